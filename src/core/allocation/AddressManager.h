@@ -1,0 +1,88 @@
+#pragma once
+
+#include "allocation/AddressReservation.h"
+#include "allocation/Lease.h"
+#include "foundation/Clock.h"
+#include "foundation/HardwareAddress.h"
+#include "foundation/IPv4Address.h"
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+class DHCPMessage;
+class Settings;
+class TransactionManager;
+
+// Decides which address a client gets and remembers who has what: the lease
+// table (written by the receive thread, read by the live view, so guarded by
+// a lock) and the reservation table (changed only while the server is
+// stopped). Addresses: 0.0.0.0 stands for none.
+class AddressManager {
+public:
+    static constexpr const char* DEFAULT_LEASES_FILE = "leases.dat";
+
+    // Loads "leases.dat" from the working directory, swallowing every failure.
+    // `clock` must outlive the manager; null means the system clock.
+    AddressManager(Settings* settings, TransactionManager* transactionManager, const Clock* clock = nullptr);
+    // Saves the leases when a preferred listening address is set.
+    ~AddressManager();
+
+    AddressManager(const AddressManager&) = delete;
+    AddressManager& operator=(const AddressManager&) = delete;
+
+    // ---- Choice of an address ----
+    // Reservation, own lease inside the pool, requested address, lowest free
+    // address. Raises NoAvailableAddresses.
+    IPv4Address GetAddressForClient(const DHCPMessage& discover);
+    // Raises NoAvailableAddresses.
+    IPv4Address GetFreeAddress();
+    bool IsAddressAvailable(const IPv4Address& address) const;
+
+    // ---- Leases ----
+    int FindLeaseIndex(const HardwareAddress& hardwareAddress) const;
+    IPv4Address GetLeasedAddress(const HardwareAddress& hardwareAddress) const;
+    bool IsAddressLeasedTo(const HardwareAddress& hardwareAddress, const IPv4Address& address) const;
+    void AddLease(const HardwareAddress& hardwareAddress, const IPv4Address& address, int32_t duration);
+    void RemoveLease(const IPv4Address& address);
+    void ReleaseLease(const IPv4Address& address);
+    size_t GetLeaseCount() const;
+    // Precondition: index < GetLeaseCount().
+    Lease GetLease(size_t index) const;
+    // All rows in table order, copied under the lock: what a live view shows.
+    std::vector<Lease> GetLeases() const;
+    int64_t Now() const { return clock->Now(); }
+
+    // ---- Lease file ----
+    void SetLeasesFilePath(const std::string& path);
+    std::string GetLeasesFilePath() const;
+    // Raises FileNotExists (table unchanged); a damaged file raises
+    // FileReadingError and leaves the table unchanged too.
+    void LoadLeases();
+    void LoadLeases(const std::string& path);
+    // Silent on failure; the old file stays intact.
+    void SaveLeases();
+    void SaveLeases(const std::string& path);
+    ByteString SerializeLeases() const;
+    // Takes the bytes apart completely before it replaces any row.
+    void UnserializeLeases(const ByteString& data);
+
+    // ---- Reservations ----
+    size_t GetReservationCount() const;
+    // Precondition: index < GetReservationCount().
+    AddressReservation GetReservation(size_t index) const;
+    IPv4Address GetReservedAddress(const HardwareAddress& hardwareAddress) const;
+    // Raise ReservationOutsidePoolSubnet, HardwareAddressAlreadyReserved,
+    // IPAddressAlreadyReserved; the table is untouched then.
+    void AddReservation(const AddressReservation& reservation);
+    void ReplaceReservation(size_t index, const AddressReservation& reservation);
+    void RemoveReservation(size_t index);
+
+private:
+    // The implementation owns its tables; see AddressManager.cpp.
+    Settings* settings;
+    TransactionManager* transactionManager;
+    Clock systemClock;
+    const Clock* clock;
+    std::string leasesFilePath = DEFAULT_LEASES_FILE;
+};

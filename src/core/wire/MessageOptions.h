@@ -1,0 +1,95 @@
+#pragma once
+
+#include "foundation/ByteString.h"
+#include "foundation/ClientIdentifier.h"
+#include "foundation/IPv4Address.h"
+#include "wire/RawOption.h"
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// The typed options field of a DHCP message. A fixed set of options are named
+// fields with a presence flag; the user's additional options travel as a list.
+// The flag is what counts: a getter of an absent option raises
+// OptionNotPresent. The parser and writer live in DHCPMessage.
+class MessageOptions {
+public:
+    enum Code : uint8_t {
+        Pad = 0,
+        SubnetMask = 1,
+        Router = 3,
+        DomainNameServer = 6,
+        HostName = 12,
+        BroadcastAddress = 28,
+        RequestedIPAddress = 50,
+        IPAddressLeaseTime = 51,
+        MessageTypeCode = 53,
+        ServerIdentifier = 54,
+        ParameterRequestList = 55,
+        MaximumDHCPMessageSize = 57,
+        ClientIdentifierCode = 61,
+        End = 255,
+    };
+
+    bool IsOptionPresent(uint8_t code) const { return present[code]; }
+    // For code 6 also clears both DNS addresses.
+    void RemoveOption(uint8_t code);
+    static bool IsStandardOption(uint8_t code);
+
+    // Precondition: 1 <= newMask <= 32 (a prefix length).
+    uint8_t GetSubnetMask() const;
+    void SetSubnetMask(uint8_t newMask);
+    IPv4Address GetRouter() const;
+    void SetRouter(const IPv4Address& newRouter);
+    // Option 6 has one flag for both addresses. SetDNSAddress1 sets it (also
+    // for 0.0.0.0); precondition: not clearing the first while a second stands.
+    IPv4Address GetDNSAddress1() const;
+    void SetDNSAddress1(const IPv4Address& newAddress);
+    // Precondition: a first DNS address is set. Leaves the flag alone.
+    IPv4Address GetDNSAddress2() const;
+    void SetDNSAddress2(const IPv4Address& newAddress);
+    std::string GetHostName() const;
+    void SetHostName(const std::string& newHostName);
+    IPv4Address GetBroadcastAddress() const;
+    void SetBroadcastAddress(const IPv4Address& newAddress);
+    IPv4Address GetRequestedIPAddress() const;
+    void SetRequestedIPAddress(const IPv4Address& newAddress);
+    int32_t GetIPAddressLeaseTime() const;
+    void SetIPAddressLeaseTime(int32_t newLeaseTime);
+    // Precondition: 1 <= newMessageType <= 8.
+    int32_t GetMessageType() const;
+    void SetMessageType(int32_t newMessageType);
+    IPv4Address GetServerIdentifier() const;
+    void SetServerIdentifier(const IPv4Address& newAddress);
+    ByteString GetParameterRequestList() const;
+    void SetParameterRequestList(const ByteString& newList);
+    // Precondition: newMaximumDHCPMessageSize >= 576.
+    uint16_t GetMaximumDHCPMessageSize() const;
+    void SetMaximumDHCPMessageSize(uint16_t newMaximumDHCPMessageSize);
+    ClientIdentifier GetClientIdentifier() const;
+    void SetClientIdentifier(const ClientIdentifier& newIdentifier);
+
+    const std::vector<RawOption>& GetRawOptions() const { return rawOptions; }
+    std::vector<RawOption>& GetRawOptions() { return rawOptions; }
+    // Clears the flags of the old list's codes, sets those of the new list's.
+    void SetRawOptions(const std::vector<RawOption>& newRawOptions);
+
+private:
+    std::array<bool, 256> present{};
+    int32_t messageType = 0;
+    IPv4Address requestedIPAddress;
+    ClientIdentifier clientIdentifier;
+    ByteString parameterRequestList;
+    uint16_t maximumDHCPMessageSize = 0;
+    IPv4Address serverIdentifier;
+    std::string hostName;
+    int32_t ipAddressLeaseTime = 0;
+    uint8_t subnetMask = 0;
+    IPv4Address dnsAddress1;
+    IPv4Address dnsAddress2;
+    IPv4Address router;
+    IPv4Address broadcastAddress;
+    std::vector<RawOption> rawOptions;
+};
