@@ -5,6 +5,10 @@
 
 #include <gtest/gtest.h>
 
+#include <pthread.h>
+#include <signal.h>
+
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -238,4 +242,34 @@ TEST_F(UdpSocketTest, InterruptEndsAWaitingReceiveAtOnceUntilReopened)
     const Watchdog watchdog(server, PATIENCE);
     EXPECT_EQ(server.Receive(buffer, 10), std::optional<size_t>(10));
     EXPECT_EQ(ByteString(buffer, buffer + 10), Pattern(10, 8));
+}
+
+TEST_F(UdpSocketTest, SignalsDoNotDisturbAWaitingReceive)
+{
+    UdpSocket server;
+    OpenInServer(server, pair->ServerAddress());
+    const auto client = ClientPeer();
+
+    // A handler without SA_RESTART makes the wait fail with EINTR.
+    struct sigaction ignore {};
+    ignore.sa_handler = [](int) {};
+    sigemptyset(&ignore.sa_mask);
+    struct sigaction previous {};
+    ASSERT_EQ(sigaction(SIGUSR1, &ignore, &previous), 0);
+
+    std::atomic<bool> returned{false};
+    std::optional<ByteString> received;
+    std::thread receiver([&] {
+        received = ReceiveWithin(server, PATIENCE);
+        returned = true;
+    });
+    for (int i = 0; i < 20; ++i) {
+        std::this_thread::sleep_for(10ms);
+        pthread_kill(receiver.native_handle(), SIGUSR1);
+    }
+    EXPECT_FALSE(returned);
+    client->SendTo(Pattern(300, 9), BROADCAST, SERVER_PORT);
+    receiver.join();
+    sigaction(SIGUSR1, &previous, nullptr);
+    EXPECT_EQ(received, Pattern(300, 9));
 }
