@@ -16,15 +16,16 @@
 # until more than MAX_DROP_PERCENT of the exchanges stay incomplete and then
 # halving the gap twice; the best rate runs for DURATION seconds. Every run is bounded in time.
 #
-# Environment: DURATION (10), PROBE (3), MAX_DROP_PERCENT (1), LOGGING (0: the
-# server keeps no log; 1: it logs every event to a file), PROFILE (0; 1: the
-# final run is sampled with `perf record` and the hottest functions printed).
+# Environment: DURATION (10); PROBE (DURATION: a rate counts as sustainable
+# only when it holds as long as the final run); MAX_DROP_PERCENT (1); LOGGING
+# (0: the server keeps no log; 1: it logs every event to a file); PROFILE (0;
+# 1: the final run is sampled with `perf record`, hottest functions printed).
 set -euo pipefail
 
 BUILD_DIR=${1:-build}
 DRIVER=$(realpath "$BUILD_DIR/tests/e2e/tarnvel_engine_driver")
 DURATION=${DURATION:-10}
-PROBE=${PROBE:-3}
+PROBE=${PROBE:-$DURATION}
 MAX_DROP_PERCENT=${MAX_DROP_PERCENT:-1}
 LOGGING=${LOGGING:-0}
 PROFILE=${PROFILE:-0}
