@@ -54,8 +54,10 @@ void Settings::SetPreferredListeningAddress(const IPv4Address& newAddress)
     try {
         addressManager->LoadLeases();
     } catch (const AppException& exception) {
-        // A first run on this address has no file yet: the table in memory stays.
-        if (exception.GetCode() != AppException::FileNotExists) {
+        // A first run on this address has no file yet, and a damaged file is
+        // refused whole: either way the table in memory stays as it is.
+        const int32_t code = exception.GetCode();
+        if (code != AppException::FileNotExists && code != AppException::FileReadingError) {
             throw;
         }
     }
