@@ -2,11 +2,14 @@
 
 #include "allocation/AddressReservation.h"
 #include "allocation/Lease.h"
+#include "allocation/LeaseTable.h"
+#include "allocation/ReservationTable.h"
 #include "foundation/Clock.h"
 #include "foundation/HardwareAddress.h"
 #include "foundation/IPv4Address.h"
 
 #include <cstddef>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -47,7 +50,8 @@ public:
     void RemoveLease(const IPv4Address& address);
     void ReleaseLease(const IPv4Address& address);
     size_t GetLeaseCount() const;
-    // Precondition: index < GetLeaseCount().
+    // Precondition: index < GetLeaseCount(). A row can vanish between the two
+    // calls while the server runs; a view takes GetLeases() instead.
     Lease GetLease(size_t index) const;
     // All rows in table order, copied under the lock: what a live view shows.
     std::vector<Lease> GetLeases() const;
@@ -79,7 +83,17 @@ public:
     void RemoveReservation(size_t index);
 
 private:
-    // The implementation owns its tables; see AddressManager.cpp.
+    // The parts of the public operations that run with leasesMutex held.
+    bool IsAddressAvailableLocked(const IPv4Address& address, int64_t now) const;
+    IPv4Address GetLeasedAddressLocked(const HardwareAddress& hardwareAddress) const;
+    // Raises the codes of the reservation checks; skips row `skippedIndex`.
+    void CheckReservation(const AddressReservation& reservation, size_t skippedIndex) const;
+
+    // Invariant: leases is read or written only with leasesMutex held; the
+    // receive thread writes it while the live view reads it.
+    LeaseTable leases;
+    mutable std::mutex leasesMutex;
+    ReservationTable addressReservations;
     Settings* settings;
     TransactionManager* transactionManager;
     Clock systemClock;

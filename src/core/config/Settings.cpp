@@ -1,6 +1,7 @@
 #include "config/Settings.h"
 
 #include "allocation/AddressManager.h"
+#include "config/SettingsFile.h"
 #include "foundation/AppException.h"
 #include "foundation/Precondition.h"
 #include "foundation/Tools.h"
@@ -114,4 +115,24 @@ std::string Settings::GetLogEventKey(int eventType)
     const std::string_view name =
         eventType >= 0 && eventType < EVENT_TYPE_COUNT ? eventNames[eventType] : std::string_view("Other");
     return "LogEvent_" + std::string(name);
+}
+
+void Settings::Load()
+{
+    Load(settingsFilePath);
+}
+
+void Settings::Load(const std::string& path)
+{
+    SettingsFile(*this).Load(path);
+}
+
+void Settings::Save() const
+{
+    Save(settingsFilePath);
+}
+
+void Settings::Save(const std::string& path) const
+{
+    SettingsFile::Save(*this, path);
 }

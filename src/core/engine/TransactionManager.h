@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <string>
+#include <unordered_map>
 
 // Open exchanges by xid. Used only on the receive thread while the server
 // runs, so it has no lock. Transactions older than 3 s are purged at most
@@ -21,7 +23,7 @@ public:
     bool TransactionExists(uint32_t id) const;
     // Precondition: TransactionExists(id).
     Transaction& Transactions(uint32_t id);
-    // Precondition: !TransactionExists(id).
+    // Preconditions: !TransactionExists(id), clientIdentifier not empty.
     void AddTransaction(uint32_t id, const IPv4Address& offeredAddress, const ClientIdentifier& clientIdentifier);
     // Precondition: TransactionExists(id).
     void RemoveTransaction(uint32_t id);
@@ -34,8 +36,21 @@ public:
     size_t GetTransactionCount() const;
 
 private:
+    // Open transactions by offered address and by client, as counts: the
+    // queries are answered without a walk, since GetFreeAddress asks once for
+    // every address it tries. Invariant: each count equals the number of
+    // entries of `transactions` with that key, and no count is 0.
+    using AddressCounts = std::unordered_map<uint32_t, size_t>;
+    using ClientCounts = std::unordered_map<std::string, size_t>;
+
+    static std::string ClientKey(const ClientIdentifier& identifier);
+    void IndexTransaction(const Transaction& transaction);
+    void UnindexTransaction(const Transaction& transaction);
+
     Clock systemClock;
     const Clock* clock;
     std::map<uint32_t, std::unique_ptr<Transaction>> transactions;
+    AddressCounts transactionsByAddress;
+    ClientCounts transactionsByClient;
     int64_t lastPurgeTime;
 };

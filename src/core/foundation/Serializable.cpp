@@ -1,11 +1,16 @@
 #include "foundation/Serializable.h"
 
 #include "foundation/AppException.h"
+#include "foundation/Precondition.h"
+
+#include <limits>
 
 ByteString Serializable::SerializeGroup(const std::vector<ByteString>& items)
 {
     size_t total = 0;
     for (const ByteString& item : items) {
+        // The size field of a record is 32 bits wide.
+        PRECONDITION(item.size() <= std::numeric_limits<uint32_t>::max());
         total += 4 + item.size();
     }
     ByteString group;

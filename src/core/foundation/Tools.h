@@ -62,13 +62,15 @@ std::string GetCurrentDirectory();
 std::string AppendToPath(const std::string& path, const std::string& more);
 // The variable's value; empty when it is not set.
 std::string GetEnvironmentVariable(const std::string& name);
-// $TEMP with '/' appended, else a folder of the user's state that survives
-// reboots, created if missing. Raises CannotGetKnownDirectory when neither
-// TEMP nor HOME is set.
+// $TEMP with '/' appended, else ${XDG_STATE_HOME:-$HOME/.local/state}/quorvy/,
+// which survives reboots, created if missing. Raises CannotGetKnownDirectory
+// when neither TEMP nor HOME is set.
 std::string GetTempDirectory();
 // Where settings and the default log live: the current folder, unless that is
-// a program folder ("/", under /usr or /opt, or the home folder itself); then
-// the user's data folder "Tarnvel/DHCP Server", created if missing.
+// a program folder ("/", anything starting with /usr or /opt, or the home
+// folder itself); then ${XDG_DATA_HOME:-$HOME/.local/share}/Tarnvel/DHCP Server,
+// created if missing. Raises CannotGetKnownDirectory when that is needed and
+// HOME is not set.
 std::string GetDataDirectory();
 // Drops " * < > ? |, writes each run of '/' or '\' as one '/', keeps only the
 // first ':'.
@@ -78,7 +80,9 @@ std::string SanitizePath(const std::string& path);
 bool ReadWholeFile(const std::string& path, std::string& contents);
 // Writes a temporary file in the same folder, flushes it to disk and renames
 // it over `path`, so the old file stays intact unless the new one is complete.
-// Returns false (and leaves the old file) on any failure.
+// The new file keeps the old one's mode, and a symbolic link at `path` stays a
+// link to the rewritten file. Returns false (and leaves the old file) on any
+// failure.
 bool ReplaceFileContents(const std::string& path, const std::string& contents);
 
 // ---- Process ---------------------------------------------------------------

@@ -74,11 +74,13 @@ std::string HomeDirectory()
     return GetEnvironmentVariable("HOME");
 }
 
-// ${name:-$HOME/fallback}, or empty when neither is set.
+// ${name:-$HOME/fallback}, or empty when neither is set. A relative value is
+// ignored, as the XDG base directory rules ask: it would depend on the folder
+// the program happens to be started in.
 std::string XdgDirectory(const char* name, const char* fallbackUnderHome)
 {
     const std::string value = GetEnvironmentVariable(name);
-    if (!value.empty()) {
+    if (!value.empty() && value.front() == '/') {
         return value;
     }
     const std::string home = HomeDirectory();
@@ -89,6 +91,37 @@ void CreateDirectories(const std::string& path)
 {
     std::error_code ignored;
     std::filesystem::create_directories(path, ignored);
+}
+
+// True when both texts name the same existing folder, whatever trailing
+// slashes or symbolic links either goes through.
+bool IsSameFolder(const std::string& first, const std::string& second)
+{
+    std::error_code error;
+    return !first.empty() && !second.empty() && std::filesystem::equivalent(first, second, error) && !error;
+}
+
+// The file a write to `path` must replace: the target of a symbolic link, so
+// that renaming over it keeps the link; `path` itself otherwise.
+std::string ResolveLinks(const std::string& path)
+{
+    std::error_code error;
+    if (!std::filesystem::is_symlink(path, error)) {
+        return path;
+    }
+    const auto target = std::filesystem::canonical(path, error);
+    return error ? path : target.string();
+}
+
+// Makes a completed rename durable; a failure only weakens that guarantee.
+void SyncFolderOf(const std::string& path)
+{
+    const auto folder = std::filesystem::path(path).parent_path();
+    const int descriptor = ::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY);
+    if (descriptor >= 0) {
+        ::fsync(descriptor);
+        ::close(descriptor);
+    }
 }
 
 } // namespace
@@ -221,10 +254,11 @@ std::string GetTempDirectory()
 
 std::string GetDataDirectory()
 {
+    // An unknown current folder (it was removed under us) is treated like a
+    // program folder: the user's data folder is a known place to write to.
     const std::string current = GetCurrentDirectory();
-    const std::string home = HomeDirectory();
-    const bool programFolder = current == "/" || StartsWith(current, "/usr") ||
-                               StartsWith(current, "/opt") || (!home.empty() && current == home);
+    const bool programFolder = current.empty() || current == "/" || StartsWith(current, "/usr") ||
+                               StartsWith(current, "/opt") || IsSameFolder(current, HomeDirectory());
     if (!programFolder) {
         return current;
     }
@@ -277,19 +311,24 @@ bool ReadWholeFile(const std::string& path, std::string& contents)
 
 bool ReplaceFileContents(const std::string& path, const std::string& contents)
 {
-    std::string temporary = path + ".XXXXXX";
+    const std::string target = ResolveLinks(path);
+    // mkstemp creates 0600. The new file keeps the mode of the one it
+    // replaces; a first file is an ordinary user file.
+    struct stat old;
+    const bool replacesFile = ::stat(target.c_str(), &old) == 0 && S_ISREG(old.st_mode);
+    const mode_t mode = replacesFile ? (old.st_mode & 07777) : 0644;
+    std::string temporary = target + ".XXXXXX";
     const int descriptor = ::mkstemp(temporary.data());
     if (descriptor < 0) {
         return false;
     }
-    const bool written = WriteAll(descriptor, contents) && ::fsync(descriptor) == 0;
+    const bool written = ::fchmod(descriptor, mode) == 0 && WriteAll(descriptor, contents) && ::fsync(descriptor) == 0;
     const bool closed = ::close(descriptor) == 0;
-    // mkstemp creates 0600; a settings or lease file is an ordinary user file.
-    ::chmod(temporary.c_str(), 0644);
-    if (!written || !closed || ::rename(temporary.c_str(), path.c_str()) != 0) {
+    if (!written || !closed || ::rename(temporary.c_str(), target.c_str()) != 0) {
         ::unlink(temporary.c_str());
         return false;
     }
+    SyncFolderOf(target);
     return true;
 }
 

@@ -77,6 +77,16 @@ public:
     size_t Build(uint8_t (&area)[MAXIMUM_LENGTH], ByteString* parameterRequestList) const;
 
 private:
+    void ParseHeader(const uint8_t* data, size_t length);
+    void ParseOptions(const uint8_t* data, size_t length);
+    void ParseOption(uint8_t code, const uint8_t* value, uint8_t valueLength);
+    void CheckWriterPreconditions() const;
+    void WriteHeader(uint8_t* area) const;
+    // Returns the number of option bytes written from offset 240, End included.
+    size_t WriteOptions(uint8_t (&area)[MAXIMUM_LENGTH], const ByteString& parameterRequestList) const;
+    // The wire form of one option; empty when this code writes nothing.
+    ByteString OptionBytes(uint8_t code) const;
+
     int32_t operation = 0;
     uint8_t hops = 0;
     uint32_t transactionID = 0;

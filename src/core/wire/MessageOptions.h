@@ -3,6 +3,7 @@
 #include "foundation/ByteString.h"
 #include "foundation/ClientIdentifier.h"
 #include "foundation/IPv4Address.h"
+#include "wire/MessageType.h"
 #include "wire/RawOption.h"
 
 #include <array>
@@ -50,6 +51,10 @@ public:
     // Precondition: a first DNS address is set. Leaves the flag alone.
     IPv4Address GetDNSAddress2() const;
     void SetDNSAddress2(const IPv4Address& newAddress);
+    // Both DNS servers from values where 0.0.0.0 means none: the non-zero
+    // ones in their order, a second one alone taking the first place; none
+    // at all removes option 6.
+    void SetDNSAddresses(const IPv4Address& first, const IPv4Address& second);
     std::string GetHostName() const;
     void SetHostName(const std::string& newHostName);
     IPv4Address GetBroadcastAddress() const;
@@ -75,8 +80,13 @@ public:
     std::vector<RawOption>& GetRawOptions() { return rawOptions; }
     // Clears the flags of the old list's codes, sets those of the new list's.
     void SetRawOptions(const std::vector<RawOption>& newRawOptions);
+    // The first additional option of `code`, or null.
+    const RawOption* FindRawOption(uint8_t code) const;
 
 private:
+    // Raises OptionNotPresent when the flag of `code` is clear.
+    void RequirePresent(uint8_t code) const;
+
     std::array<bool, 256> present{};
     int32_t messageType = 0;
     IPv4Address requestedIPAddress;

@@ -1,0 +1,319 @@
+#include "allocation/AddressManager.h"
+
+#include "config/Settings.h"
+#include "engine/TransactionManager.h"
+#include "foundation/AppException.h"
+#include "foundation/Precondition.h"
+#include "foundation/Tools.h"
+#include "wire/DHCPMessage.h"
+
+#include <filesystem>
+#include <system_error>
+
+namespace {
+
+bool IsRegularFile(const std::string& path)
+{
+    std::error_code error;
+    return std::filesystem::is_regular_file(path, error);
+}
+
+} // namespace
+
+AddressManager::AddressManager(Settings* settings, TransactionManager* transactionManager, const Clock* clock)
+    : settings(settings), transactionManager(transactionManager), clock(clock != nullptr ? clock : &systemClock)
+{
+    PRECONDITION(settings != nullptr);
+    PRECONDITION(transactionManager != nullptr);
+    try {
+        LoadLeases();
+    } catch (const AppException&) {
+        // Whatever went wrong, the server starts with an empty table.
+    }
+}
+
+AddressManager::~AddressManager()
+{
+    // A run that never learned a listening address writes nothing.
+    if (settings->GetPreferredListeningAddress().IsZero()) {
+        return;
+    }
+    try {
+        SaveLeases();
+    } catch (...) {
+        // A destructor must not throw; a failed save is silent anyway.
+    }
+}
+
+// ---- Choice of an address ---------------------------------------------------
+
+IPv4Address AddressManager::GetAddressForClient(const DHCPMessage& discover)
+{
+    const HardwareAddress& client = discover.GetHardwareAddress();
+
+    // 1. A reservation wins outright; the client's own row goes.
+    const IPv4Address reserved = GetReservedAddress(client);
+    if (!reserved.IsZero()) {
+        const std::lock_guard lock(leasesMutex);
+        const int row = leases.FindFirstByHardwareAddress(client);
+        if (row != LeaseTable::NOT_FOUND) {
+            leases.EraseFirstByIPAddress(leases.At(static_cast<size_t>(row)).GetIPAddress());
+        }
+        return reserved;
+    }
+
+    // 2. The client's own row, expired or not, while it lies in the pool.
+    {
+        const std::lock_guard lock(leasesMutex);
+        const IPv4Address leased = GetLeasedAddressLocked(client);
+        if (!leased.IsZero()) {
+            if (leased >= settings->GetPoolStartAddress() && leased <= settings->GetPoolEndAddress()) {
+                return leased;
+            }
+            leases.EraseFirstByIPAddress(leased);
+        }
+    }
+
+    // 3. The address the client asked for, when anybody may have it.
+    try {
+        const IPv4Address requested = discover.Options().GetRequestedIPAddress();
+        if (IsAddressAvailable(requested)) {
+            return requested;
+        }
+    } catch (const AppException& exception) {
+        // No option 50 just means the lowest free address follows.
+        if (exception.GetCode() != AppException::OptionNotPresent) {
+            throw;
+        }
+    }
+
+    // 4. The lowest free address of the pool.
+    return GetFreeAddress();
+}
+
+IPv4Address AddressManager::GetFreeAddress()
+{
+    const uint32_t first = settings->GetPoolStartAddress().ToUint32();
+    const uint32_t last = settings->GetPoolEndAddress().ToUint32();
+    const std::lock_guard lock(leasesMutex);
+    const int64_t now = clock->Now();
+    // Always from the bottom: the lowest available address wins. The counter
+    // stops at `last` itself, so a pool ending at 255.255.255.255 cannot wrap.
+    for (uint32_t value = first; value <= last; ++value) {
+        const IPv4Address candidate = IPv4Address::FromUint32(value);
+        if (IsAddressAvailableLocked(candidate, now)) {
+            return candidate;
+        }
+        if (value == last) {
+            break;
+        }
+    }
+    throw AppException(AppException::NoAvailableAddresses);
+}
+
+bool AddressManager::IsAddressAvailable(const IPv4Address& address) const
+{
+    const std::lock_guard lock(leasesMutex);
+    return IsAddressAvailableLocked(address, clock->Now());
+}
+
+bool AddressManager::IsAddressAvailableLocked(const IPv4Address& address, int64_t now) const
+{
+    // Every test must pass; their order does not change the answer.
+    const IPv4Address poolStart = settings->GetPoolStartAddress();
+    const uint8_t mask = settings->GetSubnetMask();
+    return address >= poolStart && address <= settings->GetPoolEndAddress() &&
+           address.GetBroadcastAddress(mask) == poolStart.GetBroadcastAddress(mask) &&
+           addressReservations.FindByIPAddress(address) == ReservationTable::NONE &&
+           !leases.HasActiveLease(address, now) && !transactionManager->TransactionExistsForAddress(address);
+}
+
+// ---- Leases -----------------------------------------------------------------
+
+int AddressManager::FindLeaseIndex(const HardwareAddress& hardwareAddress) const
+{
+    const std::lock_guard lock(leasesMutex);
+    return leases.FindFirstByHardwareAddress(hardwareAddress);
+}
+
+IPv4Address AddressManager::GetLeasedAddress(const HardwareAddress& hardwareAddress) const
+{
+    const std::lock_guard lock(leasesMutex);
+    return GetLeasedAddressLocked(hardwareAddress);
+}
+
+IPv4Address AddressManager::GetLeasedAddressLocked(const HardwareAddress& hardwareAddress) const
+{
+    const int row = leases.FindFirstByHardwareAddress(hardwareAddress);
+    return row == LeaseTable::NOT_FOUND ? IPv4Address() : leases.At(static_cast<size_t>(row)).GetIPAddress();
+}
+
+bool AddressManager::IsAddressLeasedTo(const HardwareAddress& hardwareAddress, const IPv4Address& address) const
+{
+    return GetLeasedAddress(hardwareAddress) == address;
+}
+
+void AddressManager::AddLease(const HardwareAddress& hardwareAddress, const IPv4Address& address, int32_t duration)
+{
+    const std::lock_guard lock(leasesMutex);
+    // Whoever held this address loses the row; the new one goes to the end.
+    leases.EraseFirstByIPAddress(address);
+    leases.Append(Lease(hardwareAddress, address, duration, clock->Now()));
+}
+
+void AddressManager::RemoveLease(const IPv4Address& address)
+{
+    const std::lock_guard lock(leasesMutex);
+    leases.EraseFirstByIPAddress(address);
+}
+
+void AddressManager::ReleaseLease(const IPv4Address& address)
+{
+    const std::lock_guard lock(leasesMutex);
+    leases.ExpireFirstByIPAddress(address, clock->Now());
+}
+
+size_t AddressManager::GetLeaseCount() const
+{
+    const std::lock_guard lock(leasesMutex);
+    return leases.Size();
+}
+
+Lease AddressManager::GetLease(size_t index) const
+{
+    const std::lock_guard lock(leasesMutex);
+    PRECONDITION(index < leases.Size());
+    return leases.At(index);
+}
+
+std::vector<Lease> AddressManager::GetLeases() const
+{
+    const std::lock_guard lock(leasesMutex);
+    return leases.Rows();
+}
+
+// ---- Lease file -------------------------------------------------------------
+
+void AddressManager::SetLeasesFilePath(const std::string& path)
+{
+    leasesFilePath = path;
+}
+
+std::string AddressManager::GetLeasesFilePath() const
+{
+    return leasesFilePath;
+}
+
+void AddressManager::LoadLeases()
+{
+    LoadLeases(leasesFilePath);
+}
+
+void AddressManager::LoadLeases(const std::string& path)
+{
+    if (!Tools::FileExists(path)) {
+        throw AppException(AppException::FileNotExists);
+    }
+    // A folder, a FIFO or a device would never give a proper end of file.
+    std::string contents;
+    if (!IsRegularFile(path) || !Tools::ReadWholeFile(path, contents)) {
+        throw AppException(AppException::FileReadingError);
+    }
+    UnserializeLeases(ByteString(contents.begin(), contents.end()));
+}
+
+void AddressManager::SaveLeases()
+{
+    SaveLeases(leasesFilePath);
+}
+
+void AddressManager::SaveLeases(const std::string& path)
+{
+    const ByteString data = SerializeLeases();
+    // Silent on failure: the old file stays, and the next stop tries again.
+    Tools::ReplaceFileContents(path, std::string(data.begin(), data.end()));
+}
+
+ByteString AddressManager::SerializeLeases() const
+{
+    // Copied under the lock, encoded outside it.
+    const std::vector<Lease> rows = GetLeases();
+    std::vector<ByteString> items;
+    items.reserve(rows.size());
+    for (const Lease& lease : rows) {
+        items.push_back(lease.Serialize());
+    }
+    return Serializable::SerializeGroup(items);
+}
+
+void AddressManager::UnserializeLeases(const ByteString& data)
+{
+    // Every row is decoded before the table is touched: damaged data raises
+    // FileReadingError and leaves the table as it was.
+    const std::vector<ByteString> items = Serializable::UnserializeGroup(data);
+    std::vector<Lease> rows;
+    rows.reserve(items.size());
+    for (const ByteString& item : items) {
+        rows.emplace_back(item);
+    }
+    const std::lock_guard lock(leasesMutex);
+    leases.Assign(std::move(rows));
+}
+
+// ---- Reservations -----------------------------------------------------------
+
+size_t AddressManager::GetReservationCount() const
+{
+    return addressReservations.Size();
+}
+
+AddressReservation AddressManager::GetReservation(size_t index) const
+{
+    PRECONDITION(index < addressReservations.Size());
+    return addressReservations.At(index);
+}
+
+IPv4Address AddressManager::GetReservedAddress(const HardwareAddress& hardwareAddress) const
+{
+    const size_t row = addressReservations.FindByHardwareAddress(hardwareAddress);
+    return row == ReservationTable::NONE ? IPv4Address() : addressReservations.At(row).GetIPAddress();
+}
+
+void AddressManager::AddReservation(const AddressReservation& reservation)
+{
+    CheckReservation(reservation, ReservationTable::NONE);
+    addressReservations.Append(reservation);
+}
+
+void AddressManager::ReplaceReservation(size_t index, const AddressReservation& reservation)
+{
+    PRECONDITION(index < addressReservations.Size());
+    CheckReservation(reservation, index);
+    addressReservations.Replace(index, reservation);
+}
+
+void AddressManager::RemoveReservation(size_t index)
+{
+    PRECONDITION(index < addressReservations.Size());
+    addressReservations.Remove(index);
+}
+
+void AddressManager::CheckReservation(const AddressReservation& reservation, size_t skippedIndex) const
+{
+    // The subnet comes first.
+    if (reservation.GetIPAddress().GetBroadcastAddress(settings->GetSubnetMask()) != settings->GetBroadcastAddress()) {
+        throw AppException(AppException::ReservationOutsidePoolSubnet);
+    }
+    // Then the rows in order: the earlier clashing row decides, and within
+    // one row the hardware address is tested first. Each key occurs in at
+    // most one row, so the two lookups stand for the walk.
+    const auto unlessSkipped = [skippedIndex](size_t row) { return row == skippedIndex ? ReservationTable::NONE : row; };
+    const size_t clientRow = unlessSkipped(addressReservations.FindByHardwareAddress(reservation.GetHardwareAddress()));
+    const size_t addressRow = unlessSkipped(addressReservations.FindByIPAddress(reservation.GetIPAddress()));
+    if (clientRow != ReservationTable::NONE && clientRow <= addressRow) {
+        throw AppException(AppException::HardwareAddressAlreadyReserved);
+    }
+    if (addressRow != ReservationTable::NONE) {
+        throw AppException(AppException::IPAddressAlreadyReserved);
+    }
+}

@@ -1,0 +1,80 @@
+#include "platform/Capabilities.h"
+#include "support/NetworkNamespaces.h"
+
+#include <linux/capability.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+constexpr uid_t NOBODY = 65534;
+
+enum ChildResult { Passed = 0, DropFailed = 1, StillAllowedWithoutCapability = 2, RaiseFailed = 3, NotAllowedWithCapability = 4 };
+
+// Raises CAP_NET_BIND_SERVICE into the effective set; it must be permitted.
+bool RaiseBindCapability()
+{
+    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct data[_LINUX_CAPABILITY_U32S_3]{};
+    if (syscall(SYS_capget, &header, data) != 0) {
+        return false;
+    }
+    data[0].effective |= 1U << CAP_NET_BIND_SERVICE;
+    return syscall(SYS_capset, &header, data) == 0;
+}
+
+// In a child process: become nobody while keeping the permitted set, which
+// empties the effective set; then raise only the bind capability.
+[[noreturn]] void CheckAsUnprivilegedChild()
+{
+    if (prctl(PR_SET_KEEPCAPS, 1) != 0 || setresgid(NOBODY, NOBODY, NOBODY) != 0 ||
+        setresuid(NOBODY, NOBODY, NOBODY) != 0) {
+        _exit(DropFailed);
+    }
+    if (Capabilities::CanBindPrivilegedPort()) {
+        _exit(StillAllowedWithoutCapability);
+    }
+    if (!RaiseBindCapability()) {
+        _exit(RaiseFailed);
+    }
+    _exit(Capabilities::CanBindPrivilegedPort() ? Passed : NotAllowedWithCapability);
+}
+
+} // namespace
+
+TEST(CapabilitiesTest, RootOrTheBindCapabilityAllowsPrivilegedPorts)
+{
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "needs root to drop and raise capabilities";
+    }
+    EXPECT_TRUE(Capabilities::CanBindPrivilegedPort());
+
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        CheckAsUnprivilegedChild();
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), Passed);
+}
+
+TEST(CapabilitiesTest, PrivilegedPortsFollowTheNamespaceSetting)
+{
+    if (!NamespacePair::Available()) {
+        GTEST_SKIP() << NamespacePair::SKIP_MESSAGE;
+    }
+    const NamespacePair pair;
+    const std::string& ns = pair.ServerNamespace();
+    EXPECT_TRUE(NetworkNamespaces::RunIn(ns, [] { return Capabilities::IsPrivilegedPort(67); }));
+    EXPECT_TRUE(NetworkNamespaces::RunIn(ns, [] { return Capabilities::IsPrivilegedPort(1023); }));
+    EXPECT_FALSE(NetworkNamespaces::RunIn(ns, [] { return Capabilities::IsPrivilegedPort(1024); }));
+
+    pair.RunInServer("sysctl -q -w net.ipv4.ip_unprivileged_port_start=0");
+    EXPECT_FALSE(NetworkNamespaces::RunIn(ns, [] { return Capabilities::IsPrivilegedPort(67); }));
+}
