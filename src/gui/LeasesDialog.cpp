@@ -13,7 +13,7 @@ namespace {
 QTableWidgetItem* MakeCell(const QString& text)
 {
     auto* item = new QTableWidgetItem(text);
-    item->setTextAlignment(Qt::AlignHCenter);
+    item->setTextAlignment(Qt::AlignCenter);
     return item;
 }
 
@@ -72,6 +72,11 @@ void LeasesDialog::TimerTimeout()
     table->resizeColumnsToContents();
     table->setColumnWidth(0, table->columnWidth(0) + 20);
     table->setColumnWidth(1, table->columnWidth(1) + 20);
+    // The last column takes what is left of the fixed width. Its stretch
+    // would otherwise keep the width it was last given, which can push the
+    // table a few pixels past the dialog and bring up a scroll bar.
+    QHeaderView* header = table->horizontalHeader();
+    header->resizeSection(header->count() - 1, header->minimumSectionSize());
 
     refreshTimer->start();
 }

@@ -7,6 +7,7 @@
 
 #include <QCloseEvent>
 #include <QHeaderView>
+#include <QLayout>
 #include <QTableWidgetItem>
 #include <QTimer>
 
@@ -15,7 +16,7 @@ namespace {
 QTableWidgetItem* MakeCell(const std::string& text)
 {
     auto* item = new QTableWidgetItem(QString::fromStdString(text));
-    item->setTextAlignment(Qt::AlignHCenter);
+    item->setTextAlignment(Qt::AlignCenter);
     return item;
 }
 
@@ -37,6 +38,9 @@ LogBrowserDialog::LogBrowserDialog(LogManager* logManager, QWidget* parent)
     ui->tableWidget->horizontalHeader()->setSectionResizeMode(QHeaderView::Fixed);
     ui->tableWidget->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
 
+    // The table takes its size now, so that the first rows get the heights
+    // of the columns that are seen.
+    layout()->activate();
     TimerTimeout();
 }
 

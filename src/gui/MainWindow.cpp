@@ -14,6 +14,7 @@
 #include "foundation/IPv4Address.h"
 
 #include <QAction>
+#include <QCoreApplication>
 #include <QEvent>
 #include <QFont>
 #include <QMenu>
@@ -116,10 +117,21 @@ void MainWindow::StartServer()
 
 bool MainWindow::event(QEvent* event)
 {
-    if (event->type() == QEvent::Close && logBrowserDialog) {
-        // The log window only hides, so this window is then the last one open.
-        logBrowserDialog->close();
-    } else if (event->type() == QEvent::WindowStateChange && minimizeToTray && IsSystemTrayAvailable()) {
+    if (event->type() == QEvent::Close) {
+        if (logBrowserDialog) {
+            // The log window only hides, so this window is then the last one open.
+            logBrowserDialog->close();
+        }
+        const bool inTray = isHidden();
+        const bool handled = QMainWindow::event(event);
+        // Qt leaves the event loop when the last visible window closes. A
+        // window in the tray is hidden already, so "Zakończ" ends it here.
+        if (inTray && event->isAccepted()) {
+            QCoreApplication::quit();
+        }
+        return handled;
+    }
+    if (event->type() == QEvent::WindowStateChange && minimizeToTray && IsSystemTrayAvailable()) {
         if (isMinimized()) {
             HideToTray();
         } else {

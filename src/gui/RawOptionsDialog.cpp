@@ -16,7 +16,7 @@ namespace {
 QTableWidgetItem* MakeCell(const std::string& text)
 {
     auto* item = new QTableWidgetItem(QString::fromStdString(text));
-    item->setTextAlignment(Qt::AlignHCenter);
+    item->setTextAlignment(Qt::AlignCenter);
     return item;
 }
 

@@ -76,7 +76,7 @@ void SignalCloser::SignalArrived()
     while (read(readEnd, bytes.data(), bytes.size()) > 0) {
     }
     window->close();
-    // A window in the tray is hidden already, and its close alone would not
-    // end the event loop.
+    // Also when a box or a modal dialog is still on screen: the signal asks
+    // the program to end, not merely to close its window.
     QCoreApplication::quit();
 }

@@ -5,6 +5,9 @@
 void WindowBase::ShowMessage(QWidget* window, const QString& text, QMessageBox::Icon icon)
 {
     QMessageBox box;
+    // Closing a box never ends the program, also while the main window
+    // waits hidden in the tray and the box is the only window on screen.
+    box.setAttribute(Qt::WA_QuitOnClose, false);
     box.setIcon(icon);
     box.setWindowTitle(window->windowTitle());
     box.setText(text);
