@@ -2,6 +2,7 @@
 
 #include "allocation/AddressManager.h"
 #include "config/Settings.h"
+#include "foundation/AppException.h"
 #include "engine/DHCPServer.h"
 #include "log/LogManager.h"
 #include "support/ClientDatagram.h"

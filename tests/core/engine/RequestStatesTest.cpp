@@ -90,7 +90,7 @@ TEST(InitRebootTest, AddressUnderOfferToAnotherClientIsRefusedByABroadcastNak)
     ASSERT_EQ(harness.SendForOne(ClientDatagram(1, 2, MAC_B)).message.GetYourIPAddress(), held);
     harness.NewLogItems();
 
-    const auto nak = harness.SendForOne(InitReboot(3, MAC_A, held).ParameterRequestList({6, 3, 1, 51}));
+    const auto nak = harness.SendForOne(InitReboot(3, MAC_A, held).ParameterRequestList({54, 6, 3, 1, 51}));
     ExpectNak(nak);
     EXPECT_EQ(nak.sent.destination, EngineHarness::LIMITED_BROADCAST);
     EXPECT_EQ(nak.sent.port, 68);
