@@ -6,15 +6,11 @@
 #include <QSocketNotifier>
 #include <QWidget>
 
-#include <array>
 #include <cerrno>
-#include <csignal>
 #include <fcntl.h>
 #include <unistd.h>
 
 namespace {
-
-constexpr std::array<int, 3> CLOSING_SIGNALS = {SIGTERM, SIGINT, SIGHUP};
 
 // A signal handler can reach nothing but static data; this is the one place
 // of the program that needs it.
@@ -31,8 +27,7 @@ void OnClosingSignal(int signalNumber)
 
 } // namespace
 
-SignalCloser::SignalCloser(QWidget* window)
-    : window(window)
+SignalCloser::SignalCloser()
 {
     PRECONDITION(signalPipeWriteEnd == -1);
     std::array<int, 2> ends{};
@@ -51,8 +46,8 @@ SignalCloser::SignalCloser(QWidget* window)
     action.sa_handler = OnClosingSignal;
     sigemptyset(&action.sa_mask);
     action.sa_flags = SA_RESTART;
-    for (const int signalNumber : CLOSING_SIGNALS) {
-        sigaction(signalNumber, &action, nullptr);
+    for (size_t i = 0; i < CLOSING_SIGNALS.size(); ++i) {
+        sigaction(CLOSING_SIGNALS[i], &action, &previousActions[i]);
     }
 }
 
@@ -61,8 +56,8 @@ SignalCloser::~SignalCloser()
     if (readEnd < 0) {
         return;
     }
-    for (const int signalNumber : CLOSING_SIGNALS) {
-        std::signal(signalNumber, SIG_DFL);
+    for (size_t i = 0; i < CLOSING_SIGNALS.size(); ++i) {
+        sigaction(CLOSING_SIGNALS[i], &previousActions[i], nullptr);
     }
     signalPipeWriteEnd = -1;
     delete notifier;
@@ -75,8 +70,12 @@ void SignalCloser::SignalArrived()
     std::array<unsigned char, 16> bytes{};
     while (read(readEnd, bytes.data(), bytes.size()) > 0) {
     }
-    window->close();
-    // Also when a box or a modal dialog is still on screen: the signal asks
-    // the program to end, not merely to close its window.
-    QCoreApplication::quit();
+    closing = true;
+    if (window != nullptr) {
+        window->close();
+    }
+    // Every loop ends, also that of a box or a modal dialog still on screen,
+    // and also before the main loop has started: the signal asks the
+    // program to end, not merely to close its window.
+    QCoreApplication::exit(0);
 }

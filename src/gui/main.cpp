@@ -18,12 +18,16 @@ int main(int argc, char* argv[])
     (void)translator.load(QCoreApplication::applicationDirPath() + "/quorvy_en");
     QCoreApplication::installTranslator(&translator);
 
+    SignalCloser signalCloser;
     try {
         MainWindow window;
-        const SignalCloser signalCloser(&window);
+        signalCloser.SetWindow(&window);
         window.setVisible(true);
         CommandLine(argc, argv).ApplyTo(window);
-        return QApplication::exec();
+        // A signal during a box of "-s" came before the loop could see it.
+        const int status = signalCloser.IsClosing() ? 0 : QApplication::exec();
+        signalCloser.SetWindow(nullptr);
+        return status;
     } catch (const AppException&) {
         // The window has shown its critical box already.
         return 1;

@@ -116,6 +116,7 @@ private slots:
     void failingStartComesUpOverTheWindowInTheTray();
     void terminationSignalClosesAndSaves_data();
     void terminationSignalClosesAndSaves();
+    void signalDuringAStartBoxEndsTheProgram();
     void quitFromTheTrayEndsTheProgram();
     void boxOverTheTrayDoesNotEndTheProgram();
     void aboutDialogShowsNameLogoAndVersion();
@@ -230,9 +231,11 @@ void ApplicationTest::terminationSignalClosesAndSaves()
     QFile::remove(environment.FilePath("settings.cfg"));
     int exitStatus = -1;
     {
-        const SignalCloser closer(window.get());
+        SignalCloser closer;
+        closer.SetWindow(window.get());
         QTimer::singleShot(0, [signalNumber] { std::raise(signalNumber); });
         exitStatus = RunEventLoop();
+        QVERIFY(closer.IsClosing());
     }
     QCOMPARE(exitStatus, 0);
     QVERIFY(!window->isVisible());
@@ -241,6 +244,36 @@ void ApplicationTest::terminationSignalClosesAndSaves()
     QVERIFY(!environment.network.IsOpen());
     QVERIFY(environment.ReadFile("settings.cfg").contains("10.77.0.199"));
     QVERIFY(watcher.Boxes().empty());
+}
+
+void ApplicationTest::signalDuringAStartBoxEndsTheProgram()
+{
+    GuiTestEnvironment environment;
+    SaveValidSettings(environment);
+    // No watcher: the signal itself must end the box's loop.
+    SignalCloser closer;
+    MainWindow window(environment.MakePlatform());
+    closer.SetWindow(&window);
+    window.show();
+    environment.network.SetOpenFailure(AppException::CannotBindSocket);
+    QTimer::singleShot(100, [] { std::raise(SIGTERM); });
+    QTimer guard;
+    guard.setSingleShot(true);
+    QObject::connect(&guard, &QTimer::timeout, [] {
+        if (auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget())) {
+            box->reject();
+        }
+    });
+    guard.start(10000);
+
+    window.StartServer();
+
+    QVERIFY(guard.isActive());
+    QVERIFY(closer.IsClosing());
+    QVERIFY(!window.isVisible());
+    // The ended loops stay ended until an application loop runs again.
+    QTimer::singleShot(0, [] { QCoreApplication::exit(0); });
+    QCOMPARE(RunEventLoop(), 0);
 }
 
 void ApplicationTest::quitFromTheTrayEndsTheProgram()
