@@ -27,6 +27,14 @@ std::string ReadFile(const std::string& path)
 
 class RealClientsTest : public E2EFixture {
 protected:
+    // The clients are test peers that scripts/install-deps.sh installs; a
+    // missing one fails the test with its package name.
+    static void RequireProgram(const std::string& program, const std::string& package)
+    {
+        ASSERT_EQ(NetworkNamespaces::RunCommand("command -v " + program).exitStatus, 0)
+            << program << " is missing (Debian package " << package << ")";
+    }
+
     // udhcpc once for the client `mac`; the address it was given.
     std::string ObtainWithUdhcpc(const std::string& mac)
     {
@@ -63,6 +71,7 @@ TEST_F(RealClientsTest, BusyboxUdhcpcObtainsTheConfiguredLease)
 
 TEST_F(RealClientsTest, IscDhclientObtainsTheConfiguredLease)
 {
+    RequireProgram("dhclient", "isc-dhcp-client");
     server->Start();
     clients->ResetInterface(MAC_1);
     auto dhclient = clients->StartDhclient();
@@ -81,6 +90,7 @@ TEST_F(RealClientsTest, IscDhclientObtainsTheConfiguredLease)
 
 TEST_F(RealClientsTest, DhcpcdObtainsTheConfiguredLease)
 {
+    RequireProgram("dhcpcd", "dhcpcd5");
     server->Start();
     clients->ResetInterface(MAC_1);
     const auto result = clients->RunDhcpcdOnce();
@@ -102,6 +112,7 @@ TEST_F(RealClientsTest, DhcpcdObtainsTheConfiguredLease)
 
 TEST_F(RealClientsTest, RenewalIsAnsweredByUnicastToTheClient)
 {
+    RequireProgram("tcpdump", "tcpdump");
     server->Start();
     clients->ResetInterface(MAC_1);
     // Watches the client's side of the link for replies to port 68.

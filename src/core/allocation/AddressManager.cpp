@@ -63,6 +63,7 @@ IPv4Address AddressManager::GetAddressForClient(const DHCPMessage& discover)
     }
 
     // 2. The client's own row, expired or not, while it lies in the pool.
+    //    A row on 0.0.0.0 (only a file can hold one) reads as no row.
     {
         const std::lock_guard lock(leasesMutex);
         const IPv4Address leased = GetLeasedAddressLocked(client);

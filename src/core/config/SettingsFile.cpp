@@ -256,9 +256,9 @@ IPv4Address* SettingsFile::WorkingAddressFor(const std::string& key)
     return nullptr;
 }
 
-// Returns false for a key that is not one of the boolean keys. These lines
-// store straight into the settings, whatever the end of Load.
-bool SettingsFile::ParseBooleanKey(const std::string& key, const std::vector<std::string>& values)
+// Any other key is left alone. These lines store straight into the settings,
+// whatever the end of Load.
+void SettingsFile::ParseBooleanKey(const std::string& key, const std::vector<std::string>& values)
 {
     bool* field = nullptr;
     if (key == MINIMIZE_TO_SYSTEM_TRAY) {
@@ -275,11 +275,10 @@ bool SettingsFile::ParseBooleanKey(const std::string& key, const std::vector<std
         }
     }
     if (field == nullptr) {
-        return false;
+        return;
     }
     RequireValueCount(values, 1);
     *field = ReadBoolean(values[0]);
-    return true;
 }
 
 // The one value that may be quoted, and then may hold blanks. `line` is the

@@ -65,7 +65,7 @@ private:
 
     void ParseLine(std::string line);
     void ParseLogFilePath(const std::string& line, const std::vector<std::string>& words);
-    bool ParseBooleanKey(const std::string& key, const std::vector<std::string>& values);
+    void ParseBooleanKey(const std::string& key, const std::vector<std::string>& values);
     IPv4Address* WorkingAddressFor(const std::string& key);
     void TakeOver();
     void AddWorkingReservations();

@@ -31,6 +31,13 @@ public:
     DHCPMessage() = default;
     // Parses a datagram without ever reading past `length`. Raises
     // MessageParsingError, MagicCookieNotRead, OptionLengthNotValid.
+    //   - fewer than 240 bytes, op not 1 or 2, htype not 1..21, hlen above 16:
+    //     MessageParsingError;
+    //   - sname or file without a zero byte: the name is the whole field;
+    //   - options without End end with the datagram; an option whose length
+    //     byte or value would lie beyond it: OptionLengthNotValid;
+    //   - option 53 outside 1..8 and option 57 below 576 are not stored, as
+    //     if absent (an earlier valid occurrence stays).
     DHCPMessage(const uint8_t* data, size_t length);
     explicit DHCPMessage(const RawMessage& rawMessage);
 

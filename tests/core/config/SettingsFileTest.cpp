@@ -266,6 +266,13 @@ TEST_F(SettingsFileTest, LineEndsAreNormalizedAndAFileWithoutAnyIsRefused)
     EXPECT_TRUE(lf.settings.GetLoggingEnabled());
     EXPECT_EQ(ReadFile(path), Lines(lines));
 
+    // Mixed line ends: the LF-only lines get a CR in front of every LF, also
+    // where one stood already; the line end is still all of it.
+    WriteFile(path, "PoolStartAddress 10.0.0.100\nPoolEndAddress 10.0.0.200\r\nSubnetMask 255.255.255.0\r\n");
+    Server mixed(folder);
+    EXPECT_EQ(mixed.Load(path), LOADED);
+    EXPECT_EQ(mixed.settings.GetPoolEndAddress(), IPv4Address(10, 0, 0, 200));
+
     // A last line without its line end still counts.
     WriteFile(path, Lines(POOL_LINES) + "LeaseDuration 240");
     Server unended(folder);
@@ -472,7 +479,7 @@ TEST_F(SettingsFileTest, AnInvalidPoolGivesAllDefaultsWithoutReservationsOrOptio
 
 TEST_F(SettingsFileTest, OptionsJoinWithSingleBlanksAndAddUpAfterExistingOnes)
 {
-    WriteFile(path, Lines(PoolAnd({"AdditionalOption 43 1   2  3", "AdditionalOption   4 192 168 1 100  "})));
+    WriteFile(path, Lines(PoolAnd({"AdditionalOption 43 1   2  3", "   AdditionalOption   4 192 168 1 100  "})));
     Server server(folder);
     server.settings.GetAdditionalOptions().emplace_back("66", "1");
     EXPECT_EQ(server.Load(path), LOADED);

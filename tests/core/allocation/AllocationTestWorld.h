@@ -1,0 +1,96 @@
+#pragma once
+
+#include "allocation/AddressManager.h"
+#include "config/Settings.h"
+#include "engine/TransactionManager.h"
+#include "foundation/AppException.h"
+#include "foundation/HardwareAddress.h"
+#include "foundation/IPv4Address.h"
+#include "support/ManualClock.h"
+#include "wire/DHCPMessage.h"
+
+#include <cstdint>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <optional>
+#include <string>
+#include <vector>
+
+// The objects around one AddressManager, wired as the server wires them, on a
+// clock that the test moves. The default pool is 192.168.1.240-254 /24.
+struct AllocationWorld {
+    ManualClock clock;
+    Settings settings;
+    TransactionManager transactions{&clock};
+    AddressManager addresses{&settings, &transactions, &clock};
+
+    AllocationWorld() { settings.SetAddressManager(&addresses); }
+};
+
+// An Ethernet address 02:00:00:00:hi:lo for client `number`.
+inline HardwareAddress Client(int number, uint32_t type = HardwareAddress::Ethernet10Mb)
+{
+    const uint8_t bytes[6] = {2, 0, 0, 0, static_cast<uint8_t>(number >> 8), static_cast<uint8_t>(number)};
+    return HardwareAddress(bytes, 6, type);
+}
+
+inline IPv4Address Address(const char* text)
+{
+    return IPv4Address(std::string(text));
+}
+
+inline DHCPMessage Discover(const HardwareAddress& client, std::optional<IPv4Address> requested = std::nullopt)
+{
+    DHCPMessage message;
+    message.SetOperation(DHCPMessage::BOOTREQUEST);
+    message.SetHardwareAddress(client);
+    message.Options().SetMessageType(DHCPDISCOVER);
+    if (requested) {
+        message.Options().SetRequestedIPAddress(*requested);
+    }
+    return message;
+}
+
+// The code that `action` raises, or -1 when it raises nothing.
+inline int32_t CodeRaisedBy(const std::function<void()>& action)
+{
+    try {
+        action();
+    } catch (const AppException& exception) {
+        return exception.GetCode();
+    }
+    return -1;
+}
+
+inline ByteString ReadBytes(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return ByteString(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+}
+
+inline void WriteBytes(const std::string& path, const ByteString& bytes)
+{
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
+
+// Rows compare by every field, start time included.
+inline bool SameRow(const Lease& a, const Lease& b)
+{
+    return a.GetHardwareAddress() == b.GetHardwareAddress() && a.GetIPAddress() == b.GetIPAddress() &&
+           a.GetDuration() == b.GetDuration() && a.GetStartTime() == b.GetStartTime();
+}
+
+inline bool SameRows(const std::vector<Lease>& a, const std::vector<Lease>& b)
+{
+    if (a.size() != b.size()) {
+        return false;
+    }
+    for (size_t i = 0; i < a.size(); ++i) {
+        if (!SameRow(a[i], b[i])) {
+            return false;
+        }
+    }
+    return true;
+}

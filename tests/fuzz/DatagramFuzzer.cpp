@@ -1,0 +1,147 @@
+// Feeds arbitrary bytes to the datagram parser. Whatever parses is answered
+// the way the server answers: a reply is built from the parsed values, with
+// the request's parameter list and additional options taken from the bytes,
+// and that reply must fit the 576-byte area and parse again.
+
+#include "foundation/AppException.h"
+#include "foundation/Tools.h"
+#include "wire/DHCPMessage.h"
+
+#include <climits>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+namespace {
+
+// Every option run of the datagram that a user could have entered by hand
+// (code below 255, 1 to 254 values, none of them 255) becomes an additional
+// option, so the builder meets many, long and repeated codes.
+std::vector<RawOption> AdditionalOptionsFrom(const uint8_t* data, size_t size)
+{
+    std::vector<RawOption> result;
+    size_t position = DHCPMessage::FIXED_PART_LENGTH;
+    while (position + 2 <= size && data[position] != MessageOptions::End) {
+        const uint8_t code = data[position];
+        if (code == MessageOptions::Pad) {
+            ++position;
+            continue;
+        }
+        const size_t length = data[position + 1];
+        const size_t valueStart = position + 2;
+        if (size - valueStart < length) {
+            break;
+        }
+        std::string text;
+        bool enterable = length >= 1 && length <= 254;
+        for (size_t i = 0; i < length && enterable; ++i) {
+            enterable = data[valueStart + i] != 255;
+            text += (i > 0 ? " " : "") + Tools::IntToString(data[valueStart + i]);
+        }
+        if (enterable) {
+            result.emplace_back(Tools::IntToString(code), text);
+        }
+        position = valueStart + length;
+    }
+    return result;
+}
+
+DHCPMessage ReplyTo(const DHCPMessage& request, const uint8_t* data, size_t size)
+{
+    DHCPMessage reply;
+    reply.SetOperation(DHCPMessage::BOOTREPLY);
+    reply.SetHops(request.GetHops());
+    reply.SetTransactionID(request.GetTransactionID());
+    reply.SetSeconds(request.GetSeconds());
+    reply.SetBroadcastFlag(request.GetBroadcastFlag());
+    reply.SetClientIPAddress(request.GetClientIPAddress());
+    reply.SetYourIPAddress(request.GetYourIPAddress());
+    reply.SetServerIPAddress(request.GetServerIPAddress());
+    reply.SetGatewayIPAddress(request.GetGatewayIPAddress());
+    reply.SetHardwareAddress(request.GetHardwareAddress());
+    reply.SetServerName(request.GetServerName().substr(0, 63));
+    reply.SetBootFileName(request.GetBootFileName().substr(0, 127));
+
+    const MessageOptions& in = request.Options();
+    MessageOptions& out = reply.Options();
+    out.SetMessageType(in.IsOptionPresent(MessageOptions::MessageTypeCode) ? in.GetMessageType() : DHCPOFFER);
+    IPv4Address serverIdentifier(10, 0, 0, 1);
+    if (in.IsOptionPresent(MessageOptions::ServerIdentifier) && !in.GetServerIdentifier().IsZero()) {
+        serverIdentifier = in.GetServerIdentifier();
+    }
+    out.SetServerIdentifier(serverIdentifier);
+    // Always set, as the server does, so that an additional option 28 never
+    // meets an unset broadcast address.
+    IPv4Address broadcastAddress(10, 0, 0, 255);
+    if (in.IsOptionPresent(MessageOptions::BroadcastAddress) && !in.GetBroadcastAddress().IsZero()) {
+        broadcastAddress = in.GetBroadcastAddress();
+    }
+    out.SetBroadcastAddress(broadcastAddress);
+    const int32_t leaseTime = static_cast<int32_t>(request.GetTransactionID() & 0x7FFFFFFF);
+    out.SetIPAddressLeaseTime(leaseTime == INT_MAX ? INT_MAX - 1 : leaseTime);
+    out.SetSubnetMask(static_cast<uint8_t>(request.GetHops() % 32 + 1));
+    if (!request.GetGatewayIPAddress().IsZero()) {
+        out.SetRouter(request.GetGatewayIPAddress());
+    }
+    out.SetDNSAddresses(request.GetClientIPAddress(), request.GetYourIPAddress());
+    if (in.IsOptionPresent(MessageOptions::ClientIdentifierCode)) {
+        out.SetClientIdentifier(in.GetClientIdentifier());
+    }
+    out.SetRawOptions(AdditionalOptionsFrom(data, size));
+    return reply;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    // Parse from a private copy of exactly `size` bytes, as the listener does,
+    // so that any read past the datagram is caught.
+    const RawMessage received(data, size);
+    std::unique_ptr<DHCPMessage> request;
+    try {
+        request = std::make_unique<DHCPMessage>(received);
+    } catch (const AppException&) {
+        return 0;
+    }
+    (void)request->GetClientIdentifier();
+
+    const DHCPMessage reply = ReplyTo(*request, data, size);
+    std::unique_ptr<RawMessage> sent;
+    ByteString list;
+    if (request->Options().IsOptionPresent(MessageOptions::ParameterRequestList)) {
+        list = request->Options().GetParameterRequestList();
+        sent = reply.ToRawMessage(list);
+        for (const uint8_t code : list) {
+            if (!reply.Options().IsOptionPresent(code)) {
+                std::abort();
+            }
+        }
+    } else {
+        sent = reply.ToRawMessage();
+    }
+    if (sent->GetLength() <= DHCPMessage::FIXED_PART_LENGTH || sent->GetLength() > DHCPMessage::MAXIMUM_LENGTH) {
+        std::abort();
+    }
+    if (sent->GetData()[sent->GetLength() - 1] != MessageOptions::End) {
+        std::abort();
+    }
+
+    // Everything the builder writes is well formed, so the reply parses back.
+    // A long request list may crowd out option 53, so it is compared only
+    // when it made it into the area.
+    try {
+        const DHCPMessage echoed(*sent);
+        if (echoed.GetTransactionID() != request->GetTransactionID() ||
+            !(echoed.GetHardwareAddress() == request->GetHardwareAddress())) {
+            std::abort();
+        }
+        if (echoed.Options().IsOptionPresent(MessageOptions::MessageTypeCode) &&
+            echoed.Options().GetMessageType() != reply.Options().GetMessageType()) {
+            std::abort();
+        }
+    } catch (const AppException&) {
+        std::abort();
+    }
+    return 0;
+}

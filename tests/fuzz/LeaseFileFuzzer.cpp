@@ -1,0 +1,136 @@
+// Arbitrary bytes as a lease file: UnserializeLeases must either refuse them
+// whole, with the table untouched, or replace the table with exactly the rows
+// the bytes hold; and the table it builds must stay usable.
+#include "allocation/AddressManager.h"
+#include "allocation/Lease.h"
+#include "config/Settings.h"
+#include "engine/TransactionManager.h"
+#include "foundation/AppException.h"
+#include "foundation/Serializable.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <vector>
+
+namespace {
+
+class FixedClock : public Clock {
+public:
+    int64_t Now() const override { return 1'700'000'000; }
+};
+
+bool SameRow(const Lease& a, const Lease& b)
+{
+    return a.GetHardwareAddress() == b.GetHardwareAddress() && a.GetIPAddress() == b.GetIPAddress() &&
+           a.GetDuration() == b.GetDuration() && a.GetStartTime() == b.GetStartTime();
+}
+
+bool SameRows(const std::vector<Lease>& a, const std::vector<Lease>& b)
+{
+    if (a.size() != b.size()) {
+        return false;
+    }
+    for (size_t i = 0; i < a.size(); ++i) {
+        if (!SameRow(a[i], b[i])) {
+            return false;
+        }
+    }
+    return true;
+}
+
+[[noreturn]] void Fail(const char* what)
+{
+    std::fprintf(stderr, "LeaseFileFuzzer: %s\n", what);
+    std::abort();
+}
+
+// What the bytes hold, decoded independently row by row; false when any part
+// is refused.
+bool DecodeRows(const ByteString& data, std::vector<Lease>& rows)
+{
+    try {
+        for (const ByteString& item : Serializable::UnserializeGroup(data)) {
+            rows.emplace_back(item);
+        }
+        return true;
+    } catch (const AppException&) {
+        return false;
+    }
+}
+
+// Every lookup must agree with the rows, also with several rows on one
+// address; then the rows are removed one address at a time.
+void ExerciseTable(AddressManager& addresses)
+{
+    const std::vector<Lease> rows = addresses.GetLeases();
+    for (size_t i = 0; i < rows.size(); ++i) {
+        const int first = addresses.FindLeaseIndex(rows[i].GetHardwareAddress());
+        if (first < 0 || static_cast<size_t>(first) > i ||
+            !(rows[static_cast<size_t>(first)].GetHardwareAddress() == rows[i].GetHardwareAddress())) {
+            Fail("FindLeaseIndex disagrees with the rows");
+        }
+        addresses.IsAddressAvailable(rows[i].GetIPAddress());
+    }
+    size_t remaining = rows.size();
+    for (const Lease& row : rows) {
+        addresses.ReleaseLease(row.GetIPAddress());
+        addresses.RemoveLease(row.GetIPAddress());
+        if (addresses.GetLeaseCount() != --remaining) {
+            Fail("RemoveLease did not remove exactly one row");
+        }
+    }
+}
+
+struct World {
+    FixedClock clock;
+    Settings settings;
+    TransactionManager transactions{&clock};
+    AddressManager addresses{&settings, &transactions, &clock};
+    ByteString reference;
+
+    World()
+    {
+        settings.SetAddressManager(&addresses);
+        addresses.AddLease(HardwareAddress(std::string("00:11:22:33:44:55")), IPv4Address(192, 168, 1, 240), 3600);
+        addresses.AddLease(HardwareAddress(std::string("00:11:22:33:44:66")), IPv4Address(192, 168, 1, 241), 60);
+        reference = addresses.SerializeLeases();
+    }
+};
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    static World world;
+    world.addresses.UnserializeLeases(world.reference);
+    const std::vector<Lease> before = world.addresses.GetLeases();
+
+    const ByteString input(data, data + size);
+    std::vector<Lease> expected;
+    const bool decodable = DecodeRows(input, expected);
+    try {
+        world.addresses.UnserializeLeases(input);
+    } catch (const AppException&) {
+        if (decodable) {
+            Fail("refused bytes that decode");
+        }
+        if (!SameRows(world.addresses.GetLeases(), before)) {
+            Fail("a refused file changed the table");
+        }
+        return 0;
+    }
+    if (!decodable) {
+        Fail("accepted bytes that do not decode");
+    }
+    if (!SameRows(world.addresses.GetLeases(), expected)) {
+        Fail("the table is not the rows of the file");
+    }
+    // What is written reads back as the same table.
+    world.addresses.UnserializeLeases(world.addresses.SerializeLeases());
+    if (!SameRows(world.addresses.GetLeases(), expected)) {
+        Fail("the table does not survive a round trip");
+    }
+    ExerciseTable(world.addresses);
+    return 0;
+}
