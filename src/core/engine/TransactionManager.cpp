@@ -6,10 +6,20 @@
 
 namespace {
 
-template <typename Counts, typename Key>
-void Increment(Counts& counts, const Key& key)
+void Increment(std::unordered_map<uint32_t, size_t>& counts, uint32_t key)
 {
     ++counts[key];
+}
+
+template <typename Counts>
+void Increment(Counts& counts, std::string_view key)
+{
+    const auto entry = counts.find(key);
+    if (entry != counts.end()) {
+        ++entry->second;
+    } else {
+        counts.emplace(std::string(key), 1);
+    }
 }
 
 template <typename Counts, typename Key>
@@ -39,7 +49,7 @@ Transaction& TransactionManager::Transactions(uint32_t id)
 {
     const auto entry = transactions.find(id);
     PRECONDITION(entry != transactions.end());
-    return *entry->second;
+    return entry->second;
 }
 
 void TransactionManager::AddTransaction(uint32_t id, const IPv4Address& offeredAddress,
@@ -47,16 +57,15 @@ void TransactionManager::AddTransaction(uint32_t id, const IPv4Address& offeredA
 {
     PRECONDITION(!TransactionExists(id));
     PRECONDITION(!clientIdentifier.IsEmpty());
-    auto transaction = std::make_unique<Transaction>(id, offeredAddress, clientIdentifier, clock->Now());
-    IndexTransaction(*transaction);
-    transactions.emplace(id, std::move(transaction));
+    const auto entry = transactions.try_emplace(id, id, offeredAddress, clientIdentifier, clock->Now()).first;
+    IndexTransaction(entry->second);
 }
 
 void TransactionManager::RemoveTransaction(uint32_t id)
 {
     const auto entry = transactions.find(id);
     PRECONDITION(entry != transactions.end());
-    UnindexTransaction(*entry->second);
+    UnindexTransaction(entry->second);
     transactions.erase(entry);
 }
 
@@ -80,7 +89,7 @@ void TransactionManager::RemoveExpiredTransactions()
     // Collected first, removed afterwards, so the walk is not disturbed.
     std::vector<uint32_t> expired;
     for (const auto& [id, transaction] : transactions) {
-        if (now - transaction->GetLastMessageTime() > TRANSACTION_TIMEOUT) {
+        if (now - transaction.GetLastMessageTime() > TRANSACTION_TIMEOUT) {
             expired.push_back(id);
         }
     }
@@ -95,11 +104,11 @@ size_t TransactionManager::GetTransactionCount() const
     return transactions.size();
 }
 
-std::string TransactionManager::ClientKey(const ClientIdentifier& identifier)
+std::string_view TransactionManager::ClientKey(const ClientIdentifier& identifier)
 {
-    // Two identifiers are equal when length and bytes are; the string of the
-    // bytes carries both.
-    return std::string(reinterpret_cast<const char*>(identifier.GetBytes()), identifier.GetLength());
+    // Two identifiers are equal when length and bytes are; the bytes as a
+    // string carry both.
+    return std::string_view(reinterpret_cast<const char*>(identifier.GetBytes()), identifier.GetLength());
 }
 
 void TransactionManager::IndexTransaction(const Transaction& transaction)
