@@ -9,6 +9,7 @@
 #include "engine/DHCPServer.h"
 #include "engine/ServerPlatform.h"
 #include "foundation/AppException.h"
+#include "log/LogItem.h"
 #include "log/LogManager.h"
 #include "platform/DatagramSocket.h"
 
@@ -393,6 +394,7 @@ void BM_ExchangeKnownClients(benchmark::State& state)
     server.Crowd().RunExchanges(clients);
     RunBatches(state, server);
     state.counters["log_items"] = static_cast<double>(server.LogItemCount());
+    state.counters["log_item_bytes"] = static_cast<double>(sizeof(LogItem));
 }
 BENCHMARK(BM_ExchangeKnownClients)
     ->ArgNames({"clients", "logging"})

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <vector>
 
 // Open exchanges by xid. Used only on the receive thread while the server
 // runs, so it has no lock. Transactions older than 3 s are purged at most
@@ -61,4 +62,8 @@ private:
     AddressCounts transactionsByAddress;
     ClientCounts transactionsByClient;
     int64_t lastPurgeTime;
+    // Nodes of removed entries, used again for new ones.
+    std::vector<std::unordered_map<uint32_t, Transaction>::node_type> spareTransactionNodes;
+    std::vector<AddressCounts::node_type> spareAddressNodes;
+    std::vector<ClientCounts::node_type> spareClientNodes;
 };
