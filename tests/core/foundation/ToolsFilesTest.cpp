@@ -9,6 +9,8 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <initializer_list>
+#include <iterator>
 #include <map>
 #include <optional>
 #include <string>
