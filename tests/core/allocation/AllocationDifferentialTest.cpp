@@ -460,3 +460,132 @@ TEST(AllocationDifferentialTest, ManagerAgreesWithThePlainRulesOverRandomRuns)
         DifferentialRun(seed).Run(2500);
     }
 }
+
+namespace {
+
+// The lease file read the plain way, into copies: a group is records of a
+// 4-byte size (least significant byte first) and that many bytes, records of
+// size 0 are dropped, and any record running past the end refuses the whole.
+bool PlainGroup(const ByteString& data, std::vector<ByteString>& items)
+{
+    size_t position = 0;
+    while (position < data.size()) {
+        if (data.size() - position < 4) {
+            return false;
+        }
+        const uint32_t size = data[position] | (data[position + 1] << 8) | (data[position + 2] << 16) |
+                              (static_cast<uint32_t>(data[position + 3]) << 24);
+        position += 4;
+        if (size > data.size() - position) {
+            return false;
+        }
+        if (size > 0) {
+            items.emplace_back(data.begin() + static_cast<std::ptrdiff_t>(position),
+                               data.begin() + static_cast<std::ptrdiff_t>(position + size));
+        }
+        position += size;
+    }
+    return true;
+}
+
+uint32_t PlainWord(const ByteString& bytes)
+{
+    return bytes[0] | (bytes[1] << 8) | (bytes[2] << 16) | (static_cast<uint32_t>(bytes[3]) << 24);
+}
+
+// One lease as its fields in text, or empty when the bytes are no lease.
+std::string PlainLease(const ByteString& data)
+{
+    std::vector<ByteString> items;
+    if (!PlainGroup(data, items) || items.size() != 4 || items[0].size() != 8 || items[1].size() != 8 ||
+        items[2].size() < 4 || items[2].size() > 20 || items[3].size() != 4) {
+        return {};
+    }
+    std::ostringstream text;
+    text << static_cast<int32_t>(PlainWord(items[0])) << ' ' << static_cast<int32_t>(PlainWord(items[1])) << ' '
+         << PlainWord(items[2]) << ' ' << items[2].size() - 4;
+    for (size_t i = 4; i < items[2].size(); ++i) {
+        text << ' ' << int{items[2][i]};
+    }
+    text << ' ' << int{items[3][0]} << '.' << int{items[3][1]} << '.' << int{items[3][2]} << '.' << int{items[3][3]};
+    return text.str();
+}
+
+std::string Fields(const Lease& lease)
+{
+    std::ostringstream text;
+    const HardwareAddress& client = lease.GetHardwareAddress();
+    text << lease.GetStartTime() << ' ' << lease.GetDuration() << ' ' << client.GetType() << ' '
+         << int{client.GetLength()};
+    for (size_t i = 0; i < client.GetLength(); ++i) {
+        text << ' ' << int{client.GetBytes()[i]};
+    }
+    text << ' ' << lease.GetIPAddress().ToString();
+    return text.str();
+}
+
+} // namespace
+
+// Files decoded in place must give exactly what the plain reading of the
+// format gives: the same refusals and the same rows, field by field.
+TEST(AllocationDifferentialTest, LeaseFileDecodingAgreesWithAPlainReading)
+{
+    std::mt19937 random(21);
+    const auto pick = [&](int count) { return std::uniform_int_distribution<int>(0, count - 1)(random); };
+    AllocationWorld world;
+    int accepted = 0;
+    for (int round = 0; round < 20'000; ++round) {
+        std::vector<ByteString> records;
+        for (int row = pick(5); row > 0; --row) {
+            uint8_t bytes[HardwareAddress::MAX_LENGTH];
+            for (uint8_t& byte : bytes) {
+                byte = static_cast<uint8_t>(pick(256));
+            }
+            const HardwareAddress client(bytes, static_cast<uint8_t>(pick(HardwareAddress::MAX_LENGTH + 1)),
+                                         static_cast<uint32_t>(1 + pick(21)));
+            const Lease lease(client, IPv4Address(10, 0, 0, pick(256)), pick(100'000) - 50, 1'700'000'000 + pick(9));
+            records.push_back(lease.Serialize());
+        }
+        ByteString file = Serializable::SerializeGroup(records);
+        for (int damage = pick(4); damage > 0 && !file.empty(); --damage) {
+            const size_t at = static_cast<size_t>(pick(static_cast<int>(file.size())));
+            switch (pick(5)) {
+            case 0:
+                file[at] = static_cast<uint8_t>(pick(256));
+                break;
+            case 1:
+                file.resize(at);
+                break;
+            case 2:
+                file.insert(file.begin() + static_cast<std::ptrdiff_t>(at), 4, 0); // maybe an empty record
+                break;
+            case 3:
+                file[at] = static_cast<uint8_t>(file[at] + 1 - 2 * pick(2)); // a size one off
+                break;
+            default:
+                file.push_back(static_cast<uint8_t>(pick(256)));
+                break;
+            }
+        }
+
+        std::vector<std::string> expected;
+        std::vector<ByteString> items;
+        bool readable = PlainGroup(file, items);
+        for (const ByteString& item : items) {
+            expected.push_back(PlainLease(item));
+            readable = readable && !expected.back().empty();
+        }
+        world.addresses.UnserializeLeases({}); // an empty table that a refusal must leave so
+        const int32_t code = CodeRaisedBy([&] { world.addresses.UnserializeLeases(file); });
+        ASSERT_EQ(code, readable ? -1 : AppException::FileReadingError) << "round " << round;
+        std::vector<std::string> actual;
+        for (const Lease& lease : world.addresses.GetLeases()) {
+            actual.push_back(Fields(lease));
+        }
+        ASSERT_EQ(actual, readable ? expected : std::vector<std::string>()) << "round " << round;
+        accepted += readable ? 1 : 0;
+    }
+    // Both kinds of file occurred often.
+    EXPECT_GT(accepted, 2'000);
+    EXPECT_LT(accepted, 18'000);
+}
