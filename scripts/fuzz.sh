@@ -8,6 +8,8 @@ seconds=${FUZZ_SECONDS:-60}
 CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DTARNVEL_FUZZ=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo
 cmake --build build-fuzz -j "$(nproc)"
 mkdir -p build-fuzz/artifacts
+# The settings fuzzer writes a file per input; memory-backed storage keeps it fast.
+[ -d /dev/shm ] && [ -w /dev/shm ] && export TMPDIR=/dev/shm
 status=0
 for fuzzer in build-fuzz/tests/fuzz/*Fuzzer; do
   [ -x "$fuzzer" ] || continue

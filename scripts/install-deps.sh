@@ -11,7 +11,7 @@ packages=(
   libcap-dev libcap2-bin
   # tests and benchmarks
   googletest libgtest-dev libgmock-dev libbenchmark-dev
-  iproute2 procps busybox isc-dhcp-client dhcpcd5 kea-admin
+  iproute2 procps busybox isc-dhcp-client dhcpcd5 kea-admin nftables tcpdump util-linux
   xvfb xauth
 )
 

@@ -1,6 +1,7 @@
 #include "config/Settings.h"
 
 #include "allocation/AddressManager.h"
+#include "config/SettingsFile.h"
 #include "foundation/AppException.h"
 #include "foundation/Precondition.h"
 #include "foundation/Tools.h"
@@ -53,8 +54,10 @@ void Settings::SetPreferredListeningAddress(const IPv4Address& newAddress)
     try {
         addressManager->LoadLeases();
     } catch (const AppException& exception) {
-        // A first run on this address has no file yet: the table in memory stays.
-        if (exception.GetCode() != AppException::FileNotExists) {
+        // A first run on this address has no file yet, and a damaged file is
+        // refused whole: either way the table in memory stays as it is.
+        const int32_t code = exception.GetCode();
+        if (code != AppException::FileNotExists && code != AppException::FileReadingError) {
             throw;
         }
     }
@@ -114,4 +117,24 @@ std::string Settings::GetLogEventKey(int eventType)
     const std::string_view name =
         eventType >= 0 && eventType < EVENT_TYPE_COUNT ? eventNames[eventType] : std::string_view("Other");
     return "LogEvent_" + std::string(name);
+}
+
+void Settings::Load()
+{
+    Load(settingsFilePath);
+}
+
+void Settings::Load(const std::string& path)
+{
+    SettingsFile(*this).Load(path);
+}
+
+void Settings::Save() const
+{
+    Save(settingsFilePath);
+}
+
+void Settings::Save(const std::string& path) const
+{
+    SettingsFile::Save(*this, path);
 }

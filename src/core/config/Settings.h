@@ -72,8 +72,9 @@ public:
     // "LogEvent_" and the event name; "LogEvent_Other" outside 0..8.
     static std::string GetLogEventKey(int eventType);
 
-    // The settings file. Load raises FileNotExists, UnsupportedEOLStyle (and
-    // the other file codes), SettingsFileFatalError, SettingsFilePartlyLoaded.
+    // The settings file (see SettingsFile). Load raises FileNotExists,
+    // UnsupportedEOLStyle (and the other file codes), SettingsFileFatalError,
+    // SettingsFilePartlyLoaded. Precondition: an address manager is set.
     void Load();
     void Load(const std::string& path);
     // Raises FileWritingError when the file cannot be written; the old file
@@ -84,6 +85,10 @@ public:
     std::string GetSettingsFilePath() const { return settingsFilePath; }
 
 private:
+    // The file reader takes values over into the fields directly (the
+    // preferred address without switching the lease file).
+    friend class SettingsFile;
+
     AddressManager* addressManager = nullptr;
     IPv4Address poolStartAddress;
     IPv4Address poolEndAddress;

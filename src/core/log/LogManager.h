@@ -5,7 +5,12 @@
 #include "foundation/IPv4Address.h"
 #include "log/LogItem.h"
 
+#include <atomic>
+#include <condition_variable>
+#include <cstddef>
+#include <mutex>
 #include <optional>
+#include <thread>
 #include <vector>
 
 class Settings;
@@ -40,4 +45,34 @@ public:
     // Precondition: running. Wakes the thread at once, joins it, then saves
     // what is new on the calling thread.
     void StopSavingThread();
+
+private:
+    void SavingThread();
+    // Appends the items not yet handled to the log file. Only one thread runs
+    // it at a time: the saving thread, or the caller of StopSavingThread after
+    // the join. A file that cannot be opened or written loses those lines;
+    // nothing is reported and they stay in memory.
+    void SaveNewItems();
+
+    Settings* settings;
+    Clock systemClock;
+    const Clock* clock;
+
+    // Guards logItems only, held for one append or one copy, never for file work.
+    mutable std::mutex logItemsMutex;
+    std::vector<LogItem> logItems;
+
+    // Items before this index have been handled by SaveNewItems (written, or
+    // lost with a file that could not be opened). Touched only by the one
+    // thread that runs SaveNewItems.
+    size_t savedItemCount = 0;
+    // Sleeps done so far; not reset at a stop.
+    unsigned tickCounter = 0;
+
+    // Read by the main thread; the saving thread waits on stopRequested.
+    std::atomic<bool> savingThreadRunning{false};
+    std::mutex wakeMutex;
+    std::condition_variable wakeCondition;
+    bool stopRequested = false;
+    std::thread savingThread;
 };

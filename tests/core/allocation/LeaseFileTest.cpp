@@ -350,4 +350,11 @@ TEST(LeaseFileTest, ConstructionReadsLeasesDatAndDestructionSavesOnlyWithAListen
     world.settings.SetPreferredListeningAddress(Address("192.168.1.10"));
     ASSERT_EQ(world.addresses.GetLeaseCount(), 1u);
     EXPECT_EQ(world.addresses.GetLease(0).GetHardwareAddress(), Client(5));
+
+    // A damaged file of another address is refused like a missing one: no
+    // failure reaches the caller, and the table stays.
+    WriteBytes(folder.FilePath("quorvy_leases_192.168.1.11.dat"), ByteString{46, 0, 0});
+    EXPECT_EQ(CodeRaisedBy([&] { world.settings.SetPreferredListeningAddress(Address("192.168.1.11")); }), -1);
+    ASSERT_EQ(world.addresses.GetLeaseCount(), 1u);
+    EXPECT_EQ(world.addresses.GetLease(0).GetHardwareAddress(), Client(5));
 }

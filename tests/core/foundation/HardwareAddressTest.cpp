@@ -1,6 +1,8 @@
 #include "foundation/AppException.h"
 #include "foundation/HardwareAddress.h"
 
+#include "support/RaisedCode.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -9,17 +11,6 @@
 namespace {
 
 const uint8_t MAC[6] = {0x00, 0x1a, 0x2b, 0x3c, 0x4d, 0x5e};
-
-template <typename Action>
-int32_t CodeRaisedBy(Action action)
-{
-    try {
-        action();
-    } catch (const AppException& exception) {
-        return exception.GetCode();
-    }
-    return -1;
-}
 
 } // namespace
 

@@ -1,23 +1,14 @@
 #include "foundation/AppException.h"
 #include "foundation/IPv4Address.h"
 
+#include "support/RaisedCode.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdint>
 #include <string>
 
 namespace {
-
-template <typename Action>
-int32_t CodeRaisedBy(Action action)
-{
-    try {
-        action();
-    } catch (const AppException& exception) {
-        return exception.GetCode();
-    }
-    return -1;
-}
 
 } // namespace
 

@@ -2,6 +2,9 @@
 #include "foundation/Tools.h"
 #include "support/TemporaryFolder.h"
 
+#include "support/RaisedCode.h"
+#include "support/Unprivileged.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -41,17 +44,6 @@ size_t CountEntries(const std::string& folder)
                                              std::filesystem::directory_iterator()));
 }
 
-template <typename Action>
-int32_t CodeRaisedBy(Action action)
-{
-    try {
-        action();
-    } catch (const AppException& exception) {
-        return exception.GetCode();
-    }
-    return -1;
-}
-
 // Sets or unsets environment variables for one test and puts the former values
 // back afterwards, so the tests do not depend on who runs them.
 class EnvironmentGuard {
@@ -89,29 +81,6 @@ public:
 private:
     std::filesystem::path saved;
 };
-
-// Runs `action` without the power to override file permissions: directly for
-// an ordinary user, in a child process that became "nobody" for root. Returns
-// the action's result, or -1 when the child could not drop its privileges.
-int RunUnprivileged(const std::function<int()>& action)
-{
-    if (::geteuid() != 0) {
-        return action();
-    }
-    const pid_t child = ::fork();
-    if (child == 0) {
-        const uid_t nobody = 65534;
-        if (::setgroups(0, nullptr) != 0 || ::setgid(nobody) != 0 || ::setuid(nobody) != 0) {
-            ::_exit(255);
-        }
-        ::_exit(action());
-    }
-    int status = 0;
-    if (child < 0 || ::waitpid(child, &status, 0) != child || !WIFEXITED(status) || WEXITSTATUS(status) == 255) {
-        return -1;
-    }
-    return WEXITSTATUS(status);
-}
 
 } // namespace
 

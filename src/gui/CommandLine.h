@@ -1,0 +1,24 @@
+#pragma once
+
+class MainWindow;
+
+// The two switches of the command line. Neither takes a value; anything else
+// on the command line is ignored without a word.
+class CommandLine {
+public:
+    // `arguments` must outlive this object; index 0, the program, is looked at too.
+    CommandLine(int argumentCount, const char* const* arguments);
+
+    // "-m": minimise the window once it is shown.
+    bool IsMinimizeRequested() const;
+    // "-s": start the server as the start button would.
+    bool IsStartRequested() const;
+
+    // Minimises first and starts second, so that a box of a failing start
+    // comes up over the window already minimised or in the tray.
+    void ApplyTo(MainWindow& window) const;
+
+private:
+    int argumentCount;
+    const char* const* arguments;
+};

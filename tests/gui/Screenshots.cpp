@@ -1,0 +1,245 @@
+// Renders every window and dialog of the program, with sample contents, into
+// PNG files: `quorvy_screenshots <folder> [<catalog>]`. With a catalog (the
+// path of quorvy_en without suffix) the pictures are English, else Polish.
+// Runs on fake sockets like the tests; scripts/screenshots.sh drives it.
+
+#include "support/GuiTestEnvironment.h"
+#include "support/MainWindowProbe.h"
+
+#include "AboutDialog.h"
+#include "AddRawOptionDialog.h"
+#include "AddReservationDialog.h"
+#include "LeasesDialog.h"
+#include "LogBrowserDialog.h"
+#include "LogSettingsDialog.h"
+#include "MainWindow.h"
+#include "RawOptionsDialog.h"
+#include "RawOptionsDialogHelp.h"
+#include "ReservationsDialog.h"
+
+#include "allocation/AddressManager.h"
+#include "config/Settings.h"
+#include "engine/DHCPServer.h"
+#include "foundation/AppException.h"
+#include "foundation/HardwareAddress.h"
+#include "log/LogManager.h"
+
+#include <QAbstractButton>
+#include <QApplication>
+#include <QDir>
+#include <QMenu>
+#include <QMenuBar>
+#include <QMessageBox>
+#include <QTimer>
+#include <QtTest/QTest>
+#include <QTranslator>
+
+#include <cstdio>
+#include <deque>
+#include <memory>
+
+namespace {
+
+class Camera {
+public:
+    explicit Camera(const QString& folder) : folder(folder) {}
+
+    void Take(QWidget* widget, const QString& name)
+    {
+        widget->show();
+        QCoreApplication::processEvents();
+        const QString path = QDir(folder).filePath(name + ".png");
+        if (!widget->grab().save(path)) {
+            std::fprintf(stderr, "cannot write %s\n", qPrintable(path));
+            failed = true;
+        }
+        std::printf("%s %dx%d\n", qPrintable(path), widget->width(), widget->height());
+    }
+
+    // The next modal message box is photographed under `name` and closed.
+    void ExpectBox(const QString& name) { boxNames.push_back(name); }
+
+    void LookForBoxes()
+    {
+        auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+        if (box == nullptr || !box->isVisible()) {
+            return;
+        }
+        Take(box, boxNames.empty() ? QString("unexpected-box") : boxNames.front());
+        if (!boxNames.empty()) {
+            boxNames.pop_front();
+        }
+        box->buttons().first()->click();
+    }
+
+    bool failed = false;
+
+private:
+    QString folder;
+    std::deque<QString> boxNames;
+};
+
+void FillSamples(DHCPServer& server, GuiTestEnvironment& environment)
+{
+    Settings* settings = server.GetSettings();
+    settings->SetPoolStartAddress(IPv4Address(10, 77, 0, 100));
+    settings->SetPoolEndAddress(IPv4Address(10, 77, 0, 199));
+    settings->SetSubnetMask(24);
+    settings->SetLoggingEnabled(true);
+    AddressManager* addresses = server.GetAddressManager();
+    addresses->AddReservation(AddressReservation(HardwareAddress("00:1a:2b:3c:4d:5e"), IPv4Address(10, 77, 0, 110)));
+    addresses->AddReservation(AddressReservation(HardwareAddress("52:54:00:12:34:56"), IPv4Address(10, 77, 0, 111)));
+    addresses->AddLease(HardwareAddress("00:1a:2b:3c:4d:5e"), IPv4Address(10, 77, 0, 110), 3600);
+    addresses->AddLease(HardwareAddress("52:54:00:ab:cd:ef"), IPv4Address(10, 77, 0, 100), 87);
+    addresses->AddLease(HardwareAddress("f0:de:f1:00:00:01"), IPv4Address(10, 77, 0, 101), 4);
+    settings->GetAdditionalOptions().emplace_back("4", "10 77 0 1");
+    settings->GetAdditionalOptions().emplace_back("15", "108 97 98");
+    LogManager* log = server.GetLogManager();
+    const HardwareAddress client("52:54:00:ab:cd:ef");
+    log->AddLogItem(ServerStart, std::nullopt, IPv4Address(10, 77, 0, 1), false);
+    log->AddLogItem(DHCPDiscoverReceived, client, std::nullopt, false);
+    log->AddLogItem(DHCPOfferSent, client, IPv4Address(10, 77, 0, 100), false);
+    log->AddLogItem(DHCPRequestReceived, client, IPv4Address(10, 77, 0, 100), false);
+    log->AddLogItem(DHCPAckSent, client, IPv4Address(10, 77, 0, 100), false);
+    log->AddLogItem(DHCPRequestReceived, HardwareAddress("f0:de:f1:00:00:09"), IPv4Address(192, 168, 5, 5), true);
+    environment.clock.Advance(0);
+}
+
+void TakeMenus(Camera& camera, MainWindow& window)
+{
+    const QList<QMenu*> menus = window.menuBar()->findChildren<QMenu*>(QString(), Qt::FindDirectChildrenOnly);
+    for (QMenu* menu : menus) {
+        if (menu->objectName().isEmpty()) {
+            continue; // the menu bar's own overflow menu
+        }
+        menu->popup(window.mapToGlobal(QPoint(0, 0)));
+        camera.Take(menu, "menu-" + menu->objectName());
+        menu->hide();
+    }
+    QMenu* trayMenu = window.findChild<QSystemTrayIcon*>()->contextMenu();
+    trayMenu->popup(QPoint(0, 0));
+    camera.Take(trayMenu, "menu-tray");
+    trayMenu->hide();
+}
+
+void TakeMainWindow(Camera& camera, GuiTestEnvironment& environment)
+{
+    MainWindow window(environment.MakePlatform());
+    MainWindowProbe probe(window);
+    camera.Take(&window, "MainWindow-defaults");
+    probe.EnterValidForm();
+    probe.StartStopButton()->click();
+    camera.Take(&window, "MainWindow-running");
+    TakeMenus(camera, window);
+    probe.StartStopButton()->click();
+
+    camera.ExpectBox("box-settings-not-valid");
+    probe.SetField("lineEditSubnetMask", "255.0.255.0");
+    probe.StartStopButton()->click();
+    probe.EnterValidForm();
+
+    camera.ExpectBox("box-port-busy");
+    environment.network.SetOpenFailure(AppException::CannotBindSocket);
+    probe.StartStopButton()->click();
+    environment.network.SetOpenFailure(std::nullopt);
+
+    camera.ExpectBox("box-form-first");
+    probe.SetField("lineEditLeaseDuration", "1h");
+    probe.Action("actionAddressReservations")->trigger();
+    probe.EnterValidForm();
+}
+
+void TakeStartWarnings(Camera& camera, GuiTestEnvironment& environment)
+{
+    environment.WriteFile("settings.cfg", environment.ReadFile("settings.cfg") + "LeaseDuration 1h\r\n");
+    camera.ExpectBox("box-settings-partly-loaded");
+    { MainWindow window(environment.MakePlatform()); }
+    environment.WriteFile("settings.cfg", "Nonsense\r\n");
+    camera.ExpectBox("box-settings-fatal");
+    { MainWindow window(environment.MakePlatform()); }
+    camera.ExpectBox("box-not-root");
+    try {
+        MainWindow window(environment.MakePlatform(false));
+    } catch (const AppException&) {
+    }
+    camera.ExpectBox("box-cannot-start");
+    try {
+        MainWindow window(environment.MakePlatformWithAddresses({}));
+    } catch (const AppException&) {
+    }
+}
+
+void TakeDialogs(Camera& camera, GuiTestEnvironment& environment)
+{
+    DHCPServer server(environment.MakePlatform());
+    FillSamples(server, environment);
+    {
+        LeasesDialog dialog(server.GetAddressManager(), nullptr);
+        camera.Take(&dialog, "LeasesDialog");
+    }
+    {
+        LogBrowserDialog dialog(server.GetLogManager(), nullptr);
+        dialog.resize(640, 480);
+        camera.Take(&dialog, "LogBrowserDialog-first");
+        // The next refresh lays the rows out on the shown table.
+        QTest::qWait(1500);
+        camera.Take(&dialog, "LogBrowserDialog");
+    }
+    {
+        ReservationsDialog dialog(server.GetAddressManager(), nullptr);
+        camera.Take(&dialog, "ReservationsDialog");
+        AddReservationDialog form(server.GetAddressManager(), &dialog);
+        camera.Take(&form, "AddReservationDialog");
+        camera.ExpectBox("box-reservation-outside-subnet");
+        dialog.ShowReservationError(AppException(AppException::ReservationOutsidePoolSubnet));
+    }
+    {
+        RawOptionsDialog dialog(server.GetSettings(), nullptr);
+        camera.Take(&dialog, "RawOptionsDialog");
+        AddRawOptionDialog form(server.GetSettings(), &dialog);
+        camera.Take(&form, "AddRawOptionDialog");
+        RawOptionsDialogHelp help(&dialog);
+        camera.Take(&help, "RawOptionsDialogHelp");
+        camera.ExpectBox("box-option-data-too-long");
+        dialog.ShowOptionError(AppException(AppException::RawOptionDataTooLong));
+    }
+    {
+        LogSettingsDialog dialog(server.GetSettings(), nullptr);
+        camera.Take(&dialog, "LogSettingsDialog");
+    }
+    {
+        AboutDialog dialog(nullptr);
+        camera.Take(&dialog, "AboutDialog");
+    }
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    QApplication application(argc, argv);
+    if (argc < 2) {
+        std::fprintf(stderr, "usage: %s <output folder> [<catalog>]\n", argv[0]);
+        return 2;
+    }
+    QTranslator translator;
+    if (argc > 2 && !translator.load(QString::fromLocal8Bit(argv[2]))) {
+        std::fprintf(stderr, "cannot load the catalog %s\n", argv[2]);
+        return 2;
+    }
+    QCoreApplication::installTranslator(&translator);
+    // Absolute: the server makes its data folder the current directory.
+    const QString folder = QDir(QString::fromLocal8Bit(argv[1])).absolutePath();
+    QDir().mkpath(folder);
+
+    Camera camera(folder);
+    QTimer boxTimer;
+    QObject::connect(&boxTimer, &QTimer::timeout, [&camera] { camera.LookForBoxes(); });
+    boxTimer.start(20);
+
+    GuiTestEnvironment environment;
+    TakeMainWindow(camera, environment);
+    TakeStartWarnings(camera, environment);
+    TakeDialogs(camera, environment);
+    return camera.failed ? 1 : 0;
+}

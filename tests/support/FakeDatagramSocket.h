@@ -1,0 +1,85 @@
+#pragma once
+
+#include "foundation/ByteString.h"
+#include "foundation/IPv4Address.h"
+#include "platform/DatagramSocket.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+// A DatagramSocket without any network, for driving the engine from a test.
+// The test holds a FakeDatagramSocket::Network; the server's socket factory
+// makes sockets that are all windows on it. The test delivers datagrams,
+// waits until the receive thread has handled them, and reads every datagram
+// the server sent, with its destination.
+class FakeDatagramSocket : public DatagramSocket {
+public:
+    struct SentDatagram {
+        ByteString data;
+        IPv4Address destination;
+        uint16_t port = 0;
+    };
+
+    class Network {
+    public:
+        // Queues a datagram for Receive.
+        void Deliver(const ByteString& datagram);
+        // Makes the next Receive raise ReceiveError, as a failing socket would.
+        void FailNextReceive();
+        // Until cleared, SendTo raises this code instead of sending.
+        void SetSendFailure(std::optional<int32_t> code);
+        // The next Open raises this code instead of binding.
+        void SetOpenFailure(std::optional<int32_t> code);
+
+        // True once every delivered datagram has been taken and the receive
+        // thread waits again: all of them have been handled then. False when
+        // that does not happen within `timeout`.
+        bool WaitUntilIdle(std::chrono::milliseconds timeout = std::chrono::seconds(5));
+        // True once no socket is open, false after `timeout`.
+        bool WaitUntilClosed(std::chrono::milliseconds timeout = std::chrono::seconds(5));
+        // Sent so far, and cleared.
+        std::vector<SentDatagram> TakeSent();
+
+        int GetOpenCount() const;
+        bool IsOpen() const;
+        IPv4Address GetOpenedAddress() const;
+        uint16_t GetOpenedPort() const;
+
+    private:
+        friend class FakeDatagramSocket;
+
+        mutable std::mutex mutex;
+        std::condition_variable changed;
+        std::deque<ByteString> incoming;
+        bool receiveFailurePending = false;
+        bool receiverWaiting = false;
+        std::optional<int32_t> sendFailure;
+        std::optional<int32_t> openFailure;
+        std::vector<SentDatagram> sent;
+        int openCount = 0;
+        bool open = false;
+        IPv4Address openedAddress;
+        uint16_t openedPort = 0;
+    };
+
+    explicit FakeDatagramSocket(Network& network) : network(network) {}
+    ~FakeDatagramSocket() override;
+
+    void Open(const IPv4Address& listeningAddress, uint16_t port) override;
+    std::optional<size_t> Receive(uint8_t* buffer, size_t capacity) override;
+    void Interrupt() override;
+    void SendTo(const uint8_t* data, size_t length, const IPv4Address& destination, uint16_t port) override;
+    void Close() override;
+
+private:
+    Network& network;
+    // Guarded by network.mutex.
+    bool interrupted = false;
+    bool opened = false;
+};
