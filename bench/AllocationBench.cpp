@@ -297,7 +297,8 @@ int main(int argc, char** argv)
     benchmark::Shutdown();
 
     // CPU time is the steadier figure on a machine shared with other work.
-    for (const char* scenario : {"BM_AllocationCycle", "BM_AllocationCycleNearlyFull", "BM_AllocationCycleHalfExpired"}) {
+    for (const char* scenario :
+         {"BM_AllocationCycle", "BM_AllocationCycleNearlyFull", "BM_AllocationCycleHalfExpired"}) {
         const std::string large = std::string(scenario) + "/60000";
         const std::string small = std::string(scenario) + "/1000";
         const double cpuRatio = RecordingReporter::Ratio(reporter.cpuTime, large, small);

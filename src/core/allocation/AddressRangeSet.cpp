@@ -71,7 +71,8 @@ void AddressRangeSet::Assign(const std::vector<uint32_t>& addresses)
     auto hint = runs.end();
     for (size_t i = 0; i < addresses.size();) {
         size_t end = i + 1;
-        while (end < addresses.size() && addresses[end - 1] != LAST_ADDRESS && addresses[end] == addresses[end - 1] + 1) {
+        while (end < addresses.size() && addresses[end - 1] != LAST_ADDRESS &&
+               addresses[end] == addresses[end - 1] + 1) {
             ++end;
         }
         // Invariant: ascending without repeats, so the runs come out apart.

@@ -43,16 +43,16 @@ bool LeaseTable::SerialList::Remove(Serial serial)
 const Lease& LeaseTable::At(size_t index) const
 {
     PRECONDITION(index < liveRows);
-    return slots[liveSlots.FindRank(static_cast<uint32_t>(index))];
+    return rowsBySlot[liveSlots.FindRank(static_cast<uint32_t>(index))];
 }
 
 std::vector<Lease> LeaseTable::Rows() const
 {
     std::vector<Lease> rows;
     rows.reserve(liveRows);
-    for (size_t slot = 0; slot < slots.size(); ++slot) {
+    for (size_t slot = 0; slot < rowsBySlot.size(); ++slot) {
         if (live[slot] != 0) {
-            rows.push_back(slots[slot]);
+            rows.push_back(rowsBySlot[slot]);
         }
     }
     return rows;
@@ -77,7 +77,7 @@ bool LeaseTable::HasActiveLease(const IPv4Address& address, int64_t now) const
         return false;
     }
     bool active = false;
-    entry->second.ForEach([&](Serial serial) { active = active || !slots[SlotOf(serial)].IsExpired(now); });
+    entry->second.ForEach([&](Serial serial) { active = active || !rowsBySlot[SlotOf(serial)].IsExpired(now); });
     return active;
 }
 
@@ -90,14 +90,14 @@ int64_t LeaseTable::NextStateChange(const IPv4Address& address, int64_t now) con
     // The answer for the address can change only when that of a row does.
     int64_t next = NEVER;
     entry->second.ForEach(
-        [&](Serial serial) { next = std::min(next, slots[SlotOf(serial)].GetNextStateChange(now)); });
+        [&](Serial serial) { next = std::min(next, rowsBySlot[SlotOf(serial)].GetNextStateChange(now)); });
     return next;
 }
 
 void LeaseTable::Append(const Lease& lease)
 {
     const Serial serial = nextSerial++;
-    slots.push_back(lease);
+    rowsBySlot.push_back(lease);
     serials.push_back(serial);
     live.push_back(1);
     liveSlots.PushBack(1);
@@ -113,7 +113,7 @@ void LeaseTable::EraseFirstByIPAddress(const IPv4Address& address)
     }
     const Serial serial = entry->second.Front();
     const size_t slot = SlotOf(serial);
-    UnindexRow(slots[slot], serial);
+    UnindexRow(rowsBySlot[slot], serial);
     live[slot] = 0;
     liveSlots.Add(slot, -1);
     --liveRows;
@@ -125,14 +125,14 @@ void LeaseTable::ExpireFirstByIPAddress(const IPv4Address& address, int64_t now)
     const auto entry = rowsByIPAddress.find(address.ToUint32());
     if (entry != rowsByIPAddress.end()) {
         // Expire changes neither key, so the indexes stay as they are.
-        slots[SlotOf(entry->second.Front())].Expire(now);
+        rowsBySlot[SlotOf(entry->second.Front())].Expire(now);
     }
 }
 
 void LeaseTable::Assign(std::vector<Lease> newRows)
 {
-    slots = std::move(newRows);
-    liveRows = slots.size();
+    rowsBySlot = std::move(newRows);
+    liveRows = rowsBySlot.size();
     serials.resize(liveRows);
     live.assign(liveRows, 1);
     liveSlots.Assign(std::vector<uint32_t>(liveRows, 1));
@@ -142,7 +142,7 @@ void LeaseTable::Assign(std::vector<Lease> newRows)
     rowsByHardwareAddress.reserve(liveRows);
     for (size_t slot = 0; slot < liveRows; ++slot) {
         serials[slot] = nextSerial++;
-        IndexRow(slots[slot], serials[slot]);
+        IndexRow(rowsBySlot[slot], serials[slot]);
     }
 }
 
@@ -180,23 +180,23 @@ void LeaseTable::UnindexRow(const Lease& lease, Serial serial)
 
 void LeaseTable::CompactIfSparse()
 {
-    const size_t marked = slots.size() - liveRows;
+    const size_t marked = rowsBySlot.size() - liveRows;
     if (marked <= std::max(liveRows, MIN_SLOTS_TO_COMPACT)) {
         return;
     }
     // Live slots move to the front in their order; their serials go with
     // them and stay ascending, so the indexes need no change.
     size_t kept = 0;
-    for (size_t slot = 0; slot < slots.size(); ++slot) {
+    for (size_t slot = 0; slot < rowsBySlot.size(); ++slot) {
         if (live[slot] != 0) {
             if (kept != slot) {
-                slots[kept] = std::move(slots[slot]);
+                rowsBySlot[kept] = std::move(rowsBySlot[slot]);
                 serials[kept] = serials[slot];
             }
             ++kept;
         }
     }
-    slots.erase(slots.begin() + static_cast<std::ptrdiff_t>(kept), slots.end());
+    rowsBySlot.erase(rowsBySlot.begin() + static_cast<std::ptrdiff_t>(kept), rowsBySlot.end());
     serials.resize(kept);
     live.assign(kept, 1);
     liveSlots.Assign(std::vector<uint32_t>(kept, 1));

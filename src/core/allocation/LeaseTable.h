@@ -17,10 +17,10 @@
 // operation but the whole-table ones (Rows, Assign) costs O(log n) or less,
 // O(k log n) for an address or client with k rows.
 //
-// Rows live in slots, in table order. Erasing a row only marks its slot, so
-// that no row behind it moves; a FenwickTree of the live slots turns a slot
-// into a row position and back, and the slots are compacted once more than
-// half of them are marked. Each row also carries a serial number that only
+// Rows live in slots (rowsBySlot), in table order. Erasing a row only marks
+// its slot, so that no row behind it moves; a FenwickTree of the live slots
+// turns a slot into a row position and back, and the slots are compacted once
+// more than half of them are marked. Each row also carries a serial number that only
 // grows (a new row gets a larger one), so the serials are sorted in slot
 // order and neither an erase nor a compaction renumbers the indexes: they
 // name rows by serial, and a serial finds its slot by binary search.
@@ -102,10 +102,11 @@ private:
     void UnindexRow(const Lease& lease, Serial serial);
     void CompactIfSparse();
 
-    // Invariant: slots, serials and live have one entry per slot; serials
-    // ascend strictly; liveSlots holds `live` and its total is liveRows; the
-    // indexes hold exactly the serials of the live slots, each under its key.
-    std::vector<Lease> slots;
+    // Invariant: rowsBySlot, serials and live have one entry per slot;
+    // serials ascend strictly; liveSlots holds `live` and its total is
+    // liveRows; the indexes hold exactly the serials of the live slots, each
+    // under its key. (Not named `slots`: Qt defines that as a macro.)
+    std::vector<Lease> rowsBySlot;
     std::vector<Serial> serials;
     std::vector<uint8_t> live;
     FenwickTree liveSlots;

@@ -240,7 +240,9 @@ TEST(AllocationIndexTest, FreeAddressIndexKnowsExactlyWhatIsTakenAsTimeMoves)
     ReservationTable reservations;
     FreeAddressIndex index;
     int64_t now = 1'700'000'000;
-    const auto addressOf = [](int offset) { return IPv4Address::FromUint32(0x0A000000u + static_cast<uint32_t>(offset)); };
+    const auto addressOf = [](int offset) {
+        return IPv4Address::FromUint32(0x0A000000u + static_cast<uint32_t>(offset));
+    };
     for (int step = 0; step < 20'000; ++step) {
         const int offset = Pick(random, 80);
         const IPv4Address address = addressOf(offset);
