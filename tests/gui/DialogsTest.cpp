@@ -35,11 +35,6 @@ const QString MAC_TAKEN = QStringLiteral("Istnieje już rezerwacja dotycząca po
 const QString IP_TAKEN = QStringLiteral("Podany adres IP jest już zarezerwowany!");
 const QString OUTSIDE = QStringLiteral("Adres IP musi być w tej samej podsieci, co adresy z puli!");
 
-QString Bytes(int count)
-{
-    return QStringList(count, "7").join(' ');
-}
-
 QTableWidget* Table(QWidget* dialog)
 {
     return dialog->findChild<QTableWidget*>("tableWidget");
@@ -127,14 +122,14 @@ private slots:
         QTest::newRow("IP already reserved") << RESERVATIONS << "00:11:22:33:44:99" << "10.77.0.101" << IP_TAKEN;
         QTest::newRow("outside the pool's subnet") << RESERVATIONS << "00:11:22:33:44:99" << "10.77.1.150" << OUTSIDE;
         QTest::newRow("option code used before") << OPTIONS << "4" << "192  168 1 100" << QString();
-        QTest::newRow("254 bytes") << OPTIONS << "66" << Bytes(254) << QString();
+        QTest::newRow("254 bytes") << OPTIONS << "66" << QStringList(254, "7").join(' ') << QString();
         QTest::newRow("code 255") << OPTIONS << "255" << "1" << BAD_CODE;
         QTest::newRow("code that is no number") << OPTIONS << "x4" << "1" << BAD_CODE;
         QTest::newRow("both bad: the code is reported") << OPTIONS << "256" << "" << BAD_CODE;
         QTest::newRow("data byte 255") << OPTIONS << "4" << "1 255" << BAD_DATA;
         QTest::newRow("data word") << OPTIONS << "4" << "1 abc" << BAD_DATA;
         QTest::newRow("no data") << OPTIONS << "4" << "" << NO_DATA;
-        QTest::newRow("255 bytes") << OPTIONS << "4" << Bytes(255)
+        QTest::newRow("255 bytes") << OPTIONS << "4" << QStringList(255, "7").join(' ')
                                    << QStringLiteral("Dane mogą zawierać nie więcej, niż 254 bajty!");
     }
 

@@ -2,7 +2,6 @@
 // closing; and the English catalog. Every server runs on fake sockets.
 
 #include "support/GuiTest.h"
-#include "support/RaisedCode.h"
 
 #include "MainWindow.h"
 
@@ -258,21 +257,6 @@ private slots:
         window->show();
         window->setWindowState(Qt::WindowMinimized);
         QVERIFY(window->isVisible());
-    }
-
-    void programThatCannotStartSaysWhy()
-    {
-        window.reset();
-        QFile::remove(environment->FilePath("settings.cfg"));
-        QCOMPARE(CodeRaisedBy([&] { MainWindow another(environment->MakePlatform({}, false)); }),
-                 AppException::NotAdministrator);
-        QCOMPARE(CodeRaisedBy([&] { MainWindow another(environment->MakePlatform({})); }),
-                 AppException::NoAddressToListenOn);
-        QCOMPARE(watcher->boxes.size(), size_t(2));
-        QCOMPARE(watcher->boxes[0].text,
-                 QStringLiteral("Aby program mógł działać, musi zostać uruchomiony przez użytkownika \"root\"."));
-        QCOMPARE(watcher->boxes[1].text, QStringLiteral("Nie można uruchomić programu!"));
-        QVERIFY(!QFile::exists(environment->FilePath("settings.cfg")));
     }
 
     void englishCatalogTranslatesEveryText()
