@@ -39,26 +39,23 @@ TEST_F(RealClientsTest, EachClientObtainsTheConfiguredLeaseWithTheRawOption)
     RequireProgram("dhclient", "isc-dhcp-client");
     RequireProgram("dhcpcd", "dhcpcd5");
     StartServer();
-    // udhcpc names the values itself; dhclient and dhcpcd use the ISC names.
+    // udhcpc reports "bound" and names the values itself; dhclient and
+    // dhcpcd report "BOUND" with the ISC names.
     const struct {
-        const char* name;
+        std::string mac;
         std::vector<std::string> command;
-        const char* boundEvent;
-        bool iscNames;
-    } clients[] = {{"udhcpc", Udhcpc(), "bound", false},
-                   {"dhclient", Dhclient(), "BOUND", true},
-                   {"dhcpcd", DhcpcdOnce(), "BOUND", true}};
-    const std::string mac[] = {MAC_1, MAC_2, MAC_3};
-    for (size_t i = 0; i < std::size(clients); ++i) {
-        SCOPED_TRACE(clients[i].name);
-        ResetInterface(mac[i]);
+        bool isc;
+    } clients[] = {{MAC_1, Udhcpc(), false}, {MAC_2, Dhclient(), true}, {MAC_3, DhcpcdOnce(), true}};
+    for (const auto& client : clients) {
+        SCOPED_TRACE(client.command[0]);
+        ResetInterface(client.mac);
         const size_t before = Events().size();
-        const auto process = StartInClient(clients[i].command, "client.out");
-        const auto bound = WaitForEvent(clients[i].boundEvent, before);
+        const auto process = StartInClient(client.command, "client.out");
+        const auto bound = WaitForEvent(client.isc ? "BOUND" : "bound", before);
         process->Terminate();
         ASSERT_TRUE(bound.has_value()) << ReadFile("client.out");
         const auto get = [&](const char* udhcpcName, const char* iscName) {
-            return bound->Get(clients[i].iscNames ? iscName : udhcpcName);
+            return bound->Get(client.isc ? iscName : udhcpcName);
         };
         const std::string address = get("ip", "new_ip_address");
         EXPECT_TRUE(InPool(address)) << address;
@@ -69,7 +66,7 @@ TEST_F(RealClientsTest, EachClientObtainsTheConfiguredLeaseWithTheRawOption)
         EXPECT_EQ(get("serverid", "new_dhcp_server_identifier"), pair->ServerAddress().ToString());
         // Option 15, entered as code and bytes, reaches the client.
         EXPECT_EQ(get("domain", "new_domain_name"), "tarn");
-        EXPECT_EQ(LeasedTo(mac[i]).ToString(), address);
+        EXPECT_EQ(LeasedTo(client.mac).ToString(), address);
         EXPECT_NE(pair->RunInClient("ip -4 addr show dev " + pair->ClientInterface()).find(address + "/24"),
                   std::string::npos);
     }
