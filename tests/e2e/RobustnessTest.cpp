@@ -25,7 +25,9 @@ const std::string CLIENT_MAC = "02:54:76:00:00:09";
 // values, and well-formed messages with nothing to act on.
 ByteString Malformed(uint32_t index, std::mt19937& random)
 {
-    const auto below = [&random](uint32_t limit) { return std::uniform_int_distribution<uint32_t>(0, limit - 1)(random); };
+    const auto below = [&random](uint32_t limit) {
+        return std::uniform_int_distribution<uint32_t>(0, limit - 1)(random);
+    };
     const auto request = [&](uint8_t type) { return ClientDatagram(type, random(), TestMac(below(1u << 20))); };
     ByteString datagram = request(1).Bytes();
     switch (index % 10) {

@@ -92,9 +92,9 @@ private slots:
         settings->SetPoolStartAddress(IPv4Address(10, 77, 0, 100));
         settings->SetPoolEndAddress(IPv4Address(10, 77, 0, 199));
         settings->SetSubnetMask(24);
-        for (const char* host : {"1", "2", "3"}) {
-            server->GetAddressManager()->AddReservation(AddressReservation(
-                HardwareAddress(std::string("00:11:22:33:44:0") + host), IPv4Address(std::string("10.77.0.10") + host)));
+        for (const std::string host : {"1", "2", "3"}) {
+            server->GetAddressManager()->AddReservation(
+                AddressReservation(HardwareAddress("00:11:22:33:44:0" + host), IPv4Address("10.77.0.10" + host)));
         }
         settings->GetAdditionalOptions() = {RawOption("4", "1 2 3 4"), RawOption("6", "8 8 8 8"), RawOption("15", "9")};
         watcher = std::make_unique<ModalWatcher>();
@@ -144,7 +144,8 @@ private slots:
         bool stayedOpen = false;
         QString keptText;
         watcher->OnDialog(reservation ? "AddReservationDialog" : "AddRawOptionDialog", [&](QDialog* form) {
-            auto* firstField = form->findChild<QLineEdit*>(reservation ? "lineEditHardwareAddress" : "lineEditOptionCode");
+            auto* firstField =
+                form->findChild<QLineEdit*>(reservation ? "lineEditHardwareAddress" : "lineEditOptionCode");
             firstField->setText(first);
             form->findChild<QLineEdit*>(reservation ? "lineEditIPAddress" : "lineEditData")->setText(second);
             form->findChild<QPushButton*>("pushButtonOK")->click();
@@ -163,7 +164,8 @@ private slots:
             QCOMPARE(StoredCount(editor), size_t(4));
             // Shown as stored, in canonical form.
             QCOMPARE(Row(dialog.get(), 3), Row(OpenEditor(editor).get(), 3));
-            QCOMPARE(Row(dialog.get(), 3), QStringList({reservation ? "00:aa:bb:cc:dd:ee" : first, second.simplified()}));
+            const QString shownFirst = reservation ? QStringLiteral("00:aa:bb:cc:dd:ee") : first;
+            QCOMPARE(Row(dialog.get(), 3), QStringList({shownFirst, second.simplified()}));
         } else {
             // Titled like the editor, not like the form.
             QCOMPARE(watcher->OnlyBox().title, editor);

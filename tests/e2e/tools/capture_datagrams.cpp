@@ -30,7 +30,8 @@ constexpr uint8_t DHCPACK = 5;
 // 1 = 255.255.255.0 and End.
 ByteString Reply(const ByteString& request, uint8_t type, const IPv4Address& server, const IPv4Address& offered)
 {
-    const uint32_t xid = uint32_t(request[4]) << 24 | uint32_t(request[5]) << 16 | uint32_t(request[6]) << 8 | request[7];
+    const uint32_t xid =
+        uint32_t(request[4]) << 24 | uint32_t(request[5]) << 16 | uint32_t(request[6]) << 8 | request[7];
     const std::vector<uint8_t> chaddr(request.begin() + 28, request.begin() + 28 + std::min<uint8_t>(request[2], 16));
     ByteString reply = ClientDatagram(type, xid, chaddr)
                            .Operation(2)
