@@ -239,12 +239,28 @@ void AddressManager::LoadLeases(const std::string& path)
     if (!Tools::FileExists(path)) {
         throw AppException(AppException::FileNotExists);
     }
+    // Taken before the read: a file changed in between is read again next time.
+    const std::string fingerprint = Tools::FileFingerprint(path);
+    {
+        const std::lock_guard lock(leasesMutex);
+        if (IsSyncedWithLocked(path, fingerprint)) {
+            return;
+        }
+    }
     // A folder, a FIFO or a device would never give a proper end of file.
     std::string contents;
     if (!IsRegularFile(path) || !Tools::ReadWholeFile(path, contents)) {
         throw AppException(AppException::FileReadingError);
     }
     UnserializeLeases(ByteString(contents.begin(), contents.end()));
+    const std::lock_guard lock(leasesMutex);
+    syncedFile = {path, fingerprint, leases.GetVersion()};
+}
+
+bool AddressManager::IsSyncedWithLocked(const std::string& path, const std::string& fingerprint) const
+{
+    return !fingerprint.empty() && syncedFile.path == path && syncedFile.fingerprint == fingerprint &&
+           syncedFile.tableVersion == leases.GetVersion();
 }
 
 void AddressManager::SaveLeases()
@@ -254,15 +270,30 @@ void AddressManager::SaveLeases()
 
 void AddressManager::SaveLeases(const std::string& path)
 {
-    const ByteString data = SerializeLeases();
+    std::vector<Lease> rows;
+    uint64_t version = 0;
+    {
+        const std::lock_guard lock(leasesMutex);
+        rows = leases.Rows();
+        version = leases.GetVersion();
+    }
+    const ByteString data = Encode(rows);
     // Silent on failure: the old file stays, and the next stop tries again.
-    Tools::ReplaceFileContents(path, std::string(data.begin(), data.end()));
+    if (Tools::ReplaceFileContents(path, std::string(data.begin(), data.end()))) {
+        const std::string fingerprint = Tools::FileFingerprint(path);
+        const std::lock_guard lock(leasesMutex);
+        syncedFile = {path, fingerprint, version};
+    }
 }
 
 ByteString AddressManager::SerializeLeases() const
 {
     // Copied under the lock, encoded outside it.
-    const std::vector<Lease> rows = GetLeases();
+    return Encode(GetLeases());
+}
+
+ByteString AddressManager::Encode(const std::vector<Lease>& rows)
+{
     std::vector<ByteString> items;
     items.reserve(rows.size());
     for (const Lease& lease : rows) {

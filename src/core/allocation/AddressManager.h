@@ -111,4 +111,17 @@ private:
     Clock systemClock;
     const Clock* clock;
     std::string leasesFilePath = DEFAULT_LEASES_FILE;
+
+    // The file the table last matched exactly, by a load or a save. Loading
+    // that file again while neither it nor the table has changed would put
+    // the same rows back, so it is skipped: the listening address is set
+    // several times on the way to a start, and each time asks for a load.
+    struct SyncedFile {
+        std::string path;
+        std::string fingerprint;
+        uint64_t tableVersion = 0;
+    };
+    SyncedFile syncedFile; // guarded by leasesMutex
+    static ByteString Encode(const std::vector<Lease>& rows);
+    bool IsSyncedWithLocked(const std::string& path, const std::string& fingerprint) const;
 };

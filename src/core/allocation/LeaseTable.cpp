@@ -96,6 +96,7 @@ int64_t LeaseTable::NextStateChange(const IPv4Address& address, int64_t now) con
 
 void LeaseTable::Append(const Lease& lease)
 {
+    ++version;
     const Serial serial = nextSerial++;
     rowsBySlot.push_back(lease);
     serials.push_back(serial);
@@ -107,6 +108,7 @@ void LeaseTable::Append(const Lease& lease)
 
 void LeaseTable::EraseFirstByIPAddress(const IPv4Address& address)
 {
+    ++version;
     const auto entry = rowsByIPAddress.find(address.ToUint32());
     if (entry == rowsByIPAddress.end()) {
         return;
@@ -122,6 +124,7 @@ void LeaseTable::EraseFirstByIPAddress(const IPv4Address& address)
 
 void LeaseTable::ExpireFirstByIPAddress(const IPv4Address& address, int64_t now)
 {
+    ++version;
     const auto entry = rowsByIPAddress.find(address.ToUint32());
     if (entry != rowsByIPAddress.end()) {
         // Expire changes neither key, so the indexes stay as they are.
@@ -131,6 +134,7 @@ void LeaseTable::ExpireFirstByIPAddress(const IPv4Address& address, int64_t now)
 
 void LeaseTable::Assign(std::vector<Lease> newRows)
 {
+    ++version;
     rowsBySlot = std::move(newRows);
     liveRows = rowsBySlot.size();
     serials.resize(liveRows);

@@ -68,7 +68,12 @@ public:
     // Replaces every row by `newRows`, in their order.
     void Assign(std::vector<Lease> newRows);
 
+    // Grows with every change of the rows, so a caller can tell whether the
+    // table is still the one it saw.
+    uint64_t GetVersion() const { return version; }
+
 private:
+    uint64_t version = 0;
     using Serial = uint64_t;
 
     // The serials of the rows of one key, ascending (so in table order).
