@@ -12,8 +12,6 @@
 
 namespace {
 
-constexpr size_t LARGEST_UDP_PAYLOAD = 65507;
-
 void Require(bool condition, const std::string& what)
 {
     if (!condition) {
@@ -21,23 +19,29 @@ void Require(bool condition, const std::string& what)
     }
 }
 
+sockaddr_in SocketAddress(const IPv4Address& address, uint16_t port)
+{
+    sockaddr_in socketAddress{};
+    socketAddress.sin_family = AF_INET;
+    socketAddress.sin_port = htons(port);
+    socketAddress.sin_addr.s_addr = htonl(address.ToUint32());
+    return socketAddress;
+}
+
 } // namespace
 
 UdpTestPeer::UdpTestPeer(const std::string& interfaceName, uint16_t port)
+    : handle(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP))
 {
-    handle = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP);
     Require(handle >= 0, "socket");
     try {
         const int enable = 1;
+        const sockaddr_in any = SocketAddress(IPv4Address(), port);
         Require(setsockopt(handle, SOL_SOCKET, SO_BINDTODEVICE, interfaceName.c_str(),
                            static_cast<socklen_t>(interfaceName.size())) == 0,
                 "SO_BINDTODEVICE " + interfaceName);
         Require(setsockopt(handle, SOL_SOCKET, SO_BROADCAST, &enable, sizeof(enable)) == 0, "SO_BROADCAST");
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(port);
-        address.sin_addr.s_addr = htonl(INADDR_ANY);
-        Require(bind(handle, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0, "bind");
+        Require(bind(handle, reinterpret_cast<const sockaddr*>(&any), sizeof(any)) == 0, "bind");
     } catch (...) {
         close(handle);
         throw;
@@ -51,10 +55,7 @@ UdpTestPeer::~UdpTestPeer()
 
 void UdpTestPeer::SendTo(const ByteString& data, const IPv4Address& destination, uint16_t port)
 {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(destination.ToUint32());
+    const sockaddr_in address = SocketAddress(destination, port);
     const ssize_t sent =
         sendto(handle, data.data(), data.size(), 0, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
     Require(sent == static_cast<ssize_t>(data.size()), "sendto " + destination.ToString());
@@ -62,14 +63,12 @@ void UdpTestPeer::SendTo(const ByteString& data, const IPv4Address& destination,
 
 std::optional<UdpTestPeer::Datagram> UdpTestPeer::Receive(std::chrono::milliseconds timeout)
 {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    using Clock = std::chrono::steady_clock;
+    const auto deadline = Clock::now() + timeout;
     for (;;) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-        if (left.count() < 0) {
-            return std::nullopt;
-        }
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
         pollfd readable{handle, POLLIN, 0};
-        const int ready = poll(&readable, 1, static_cast<int>(left.count()));
+        const int ready = left < 0 ? 0 : poll(&readable, 1, static_cast<int>(left));
         if (ready < 0 && errno == EINTR) {
             continue;
         }
@@ -78,7 +77,7 @@ std::optional<UdpTestPeer::Datagram> UdpTestPeer::Receive(std::chrono::milliseco
             return std::nullopt;
         }
         Datagram datagram;
-        datagram.data.resize(LARGEST_UDP_PAYLOAD);
+        datagram.data.resize(65507); // the largest UDP payload
         sockaddr_in sender{};
         socklen_t senderLength = sizeof(sender);
         const ssize_t received = recvfrom(handle, datagram.data.data(), datagram.data.size(), MSG_DONTWAIT,
