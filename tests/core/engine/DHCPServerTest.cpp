@@ -1,21 +1,11 @@
 #include "EngineHarness.h"
 
 #include "foundation/Tools.h"
+#include "support/FileText.h"
 #include "support/RaisedCode.h"
 
 // Building, starting and stopping the server as a whole, and the listener's
 // choice of address.
-
-namespace {
-
-std::string LogFile(const EngineHarness& harness)
-{
-    std::string contents;
-    Tools::ReadWholeFile(harness.folder.FilePath("log.txt"), contents);
-    return contents;
-}
-
-} // namespace
 
 TEST(DHCPServerTest, ConstructionChoosesTheFirstAddressBesides127OrFailsWithItsCode)
 {
@@ -82,7 +72,7 @@ TEST(DHCPServerTest, RunsFromStartToStopThroughAReceiveErrorAndKeepsTheLeasesFor
     EXPECT_EQ(items.front().GetDetails(), "listening IP address = 10.0.0.1");
     EXPECT_EQ(items.back().GetDetails(), "");
     // The last save at the stop has written every line.
-    const std::string log = LogFile(harness);
+    const std::string log = ReadText(harness.folder.FilePath("log.txt"));
     EXPECT_NE(log.find(": Server start, listening IP address = 10.0.0.1\n"), std::string::npos);
     EXPECT_NE(log.find(": Server stop\n"), std::string::npos);
 
@@ -124,7 +114,7 @@ TEST(DHCPServerTest, DeletingARunningServerStopsItAndSavesItsLeasesForTheNextRun
     // The next run's choice of the listening address loads that address's file.
     harness.ReplaceServer();
     EXPECT_FALSE(harness.network.IsOpen());
-    EXPECT_NE(LogFile(harness).find(": Server stop\n"), std::string::npos);
+    EXPECT_NE(ReadText(harness.folder.FilePath("log.txt")).find(": Server stop\n"), std::string::npos);
     EXPECT_EQ(harness.Addresses().GetLeasedAddress(HARDWARE_A), held);
     harness.Start();
     EXPECT_EQ(harness.SendForOne(Discover(3, MAC_A)).Yiaddr(), held);
