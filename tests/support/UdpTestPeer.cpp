@@ -2,10 +2,11 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
-#include <poll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
@@ -63,32 +64,26 @@ void UdpTestPeer::SendTo(const ByteString& data, const IPv4Address& destination,
 
 std::optional<UdpTestPeer::Datagram> UdpTestPeer::Receive(std::chrono::milliseconds timeout)
 {
-    using Clock = std::chrono::steady_clock;
-    const auto deadline = Clock::now() + timeout;
-    for (;;) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
-        pollfd readable{handle, POLLIN, 0};
-        const int ready = left < 0 ? 0 : poll(&readable, 1, static_cast<int>(left));
-        if (ready < 0 && errno == EINTR) {
-            continue;
-        }
-        Require(ready >= 0, "poll");
-        if (ready == 0) {
-            return std::nullopt;
-        }
-        Datagram datagram;
-        datagram.data.resize(65507); // the largest UDP payload
-        sockaddr_in sender{};
-        socklen_t senderLength = sizeof(sender);
-        const ssize_t received = recvfrom(handle, datagram.data.data(), datagram.data.size(), MSG_DONTWAIT,
-                                          reinterpret_cast<sockaddr*>(&sender), &senderLength);
-        if (received < 0 && (errno == EINTR || errno == EAGAIN)) {
-            continue;
-        }
-        Require(received >= 0, "recvfrom");
-        datagram.data.resize(static_cast<size_t>(received));
-        datagram.source = IPv4Address::FromUint32(ntohl(sender.sin_addr.s_addr));
-        datagram.sourcePort = ntohs(sender.sin_port);
-        return datagram;
+    // A zero time-out would mean no time-out at all.
+    const auto microseconds = std::max<int64_t>(1, std::chrono::microseconds(timeout).count());
+    const timeval wait{static_cast<time_t>(microseconds / 1'000'000),
+                       static_cast<suseconds_t>(microseconds % 1'000'000)};
+    Require(setsockopt(handle, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof(wait)) == 0, "SO_RCVTIMEO");
+    Datagram datagram;
+    datagram.data.resize(65507); // the largest UDP payload
+    sockaddr_in sender{};
+    socklen_t senderLength = sizeof(sender);
+    ssize_t received = -1;
+    do {
+        received = recvfrom(handle, datagram.data.data(), datagram.data.size(), 0,
+                            reinterpret_cast<sockaddr*>(&sender), &senderLength);
+    } while (received < 0 && errno == EINTR);
+    if (received < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+        return std::nullopt;
     }
+    Require(received >= 0, "recvfrom");
+    datagram.data.resize(static_cast<size_t>(received));
+    datagram.source = IPv4Address::FromUint32(ntohl(sender.sin_addr.s_addr));
+    datagram.sourcePort = ntohs(sender.sin_port);
+    return datagram;
 }
