@@ -11,22 +11,14 @@ TEST(DroppedMessagesTest, DroppedDatagramsLeaveNoTraceAndHarmNoExchange)
     ASSERT_EQ(harness.SendForOne(Discover(2, MAC_B)).Yiaddr(), held + 1);
     harness.NewLogItems();
 
-    const ByteString valid = Discover(3, MAC_A).Bytes();
-    const auto changed = [&](size_t index, uint8_t value) {
-        ByteString bytes = valid;
-        bytes[index] = value;
-        return bytes;
-    };
-    ByteString runaway = changed(valid.size() - 1, 12); // a host name in place of End...
-    runaway.push_back(200);                              // ...running far past the end
+    // What the parser refuses (its rules are tested with the parser), and
+    // what the engine itself will not handle.
+    ByteString badCookie = Discover(3, MAC_A).Bytes();
+    badCookie[236] = 98;
     std::vector<std::pair<std::string, ByteString>> dropped = {
         {"empty", {}},
-        {"header cut short", ByteString(valid.begin(), valid.begin() + 100)},
-        {"op 3", changed(0, 3)},
-        {"htype 22", changed(1, 22)},
-        {"hlen above 16", changed(2, 17)},
-        {"wrong magic cookie", changed(236, 98)},
-        {"option running past the end", runaway},
+        {"wrong magic cookie", badCookie},
+        {"header cut short", ByteString(badCookie.begin(), badCookie.begin() + 100)},
         {"no option 53", Discover(3, MAC_A).WithoutMessageType().Bytes()},
         {"option 53 of length 2", Discover(3, MAC_A).WithoutMessageType().Option(53, {1, 1}).Bytes()},
     };
@@ -47,7 +39,7 @@ TEST(DroppedMessagesTest, DroppedDatagramsLeaveNoTraceAndHarmNoExchange)
     EXPECT_TRUE(harness.IsLeased(held));
     EXPECT_EQ(harness.SendForOne(Selecting(2, MAC_B, held + 1)).Type(), 5);
 
-    // Of op only 1 and 2 are accepted, and neither is looked at further.
+    // A request with op 2 is served all the same.
     EXPECT_EQ(harness.SendForOne(Discover(4, TestMac(4)).Operation(2)).Type(), 2);
     // Without chaddr the client identifier is identity enough: the same one
     // under a new xid is the same client, and ignored.
