@@ -5,13 +5,17 @@
 #   client namespace: the other veth end, busybox udhcpc with its own hook
 # It prints what the client got and the program's log, stops the program by
 # its PID with SIGTERM (which closes it like "Zakończ") and cleans up.
-# Needs root and a built program (scripts/build.sh). Never touches the
+# Needs root; installs and builds first when the program is not built yet. Never touches the
 # machine's own interfaces or /etc/resolv.conf.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 program=$PWD/build/src/gui/quorvy
-[ -x "$program" ] || { echo "build the program first: bash scripts/build.sh" >&2; exit 1; }
+if [ ! -x "$program" ]; then
+  # A fresh machine: install what is needed and build first.
+  [ "$(id -u)" -eq 0 ] && bash scripts/install-deps.sh
+  bash scripts/build.sh
+fi
 # 77: skipped (CTest runs this script as a test).
 [ "$(id -u)" -eq 0 ] || { echo "the demo needs root (network namespaces); skipped" >&2; exit 77; }
 command -v busybox >/dev/null || { echo "busybox is missing; skipped" >&2; exit 77; }

@@ -8,6 +8,7 @@
 #include "foundation/AppException.h"
 #include "foundation/Serializable.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -20,23 +21,12 @@ public:
     int64_t Now() const override { return 1'700'000'000; }
 };
 
-bool SameRow(const Lease& a, const Lease& b)
-{
-    return a.GetHardwareAddress() == b.GetHardwareAddress() && a.GetIPAddress() == b.GetIPAddress() &&
-           a.GetDuration() == b.GetDuration() && a.GetStartTime() == b.GetStartTime();
-}
-
 bool SameRows(const std::vector<Lease>& a, const std::vector<Lease>& b)
 {
-    if (a.size() != b.size()) {
-        return false;
-    }
-    for (size_t i = 0; i < a.size(); ++i) {
-        if (!SameRow(a[i], b[i])) {
-            return false;
-        }
-    }
-    return true;
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](const Lease& x, const Lease& y) {
+        return x.GetHardwareAddress() == y.GetHardwareAddress() && x.GetIPAddress() == y.GetIPAddress() &&
+               x.GetDuration() == y.GetDuration() && x.GetStartTime() == y.GetStartTime();
+    });
 }
 
 [[noreturn]] void Fail(const char* what)

@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <system_error>
 
@@ -94,12 +95,10 @@ void RequireSame(const Server& a, const Server& b)
 
 bool WriteInput(const std::string& path, const uint8_t* data, size_t size)
 {
-    std::FILE* file = std::fopen(path.c_str(), "wb");
-    if (file == nullptr) {
-        return false;
-    }
-    const bool written = std::fwrite(data, 1, size, file) == size;
-    return std::fclose(file) == 0 && written;
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    file.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
+    file.close();
+    return !file.fail();
 }
 
 } // namespace
@@ -118,8 +117,6 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
     workFolder = pattern;
     std::atexit(RemoveWorkFolder);
     // The working directory stays: libFuzzer's corpus paths are relative to it.
-    // The address manager only reads "leases.dat" there; its saves go to the
-    // lease path set below, inside the folder.
     return 0;
 }
 

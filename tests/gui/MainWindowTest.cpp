@@ -1,9 +1,7 @@
 // The main window driven like a user: form, start and stop, boxes, tray,
-// closing. Every server runs on fake sockets (see GuiTestEnvironment).
+// closing; and the English catalog. Every server runs on fake sockets.
 
-#include "support/GuiTestEnvironment.h"
-#include "support/MainWindowProbe.h"
-#include "support/ModalWatcher.h"
+#include "support/GuiTest.h"
 
 #include "MainWindow.h"
 
@@ -11,21 +9,16 @@
 #include "log/LogItem.h"
 
 #include <QCheckBox>
-#include <QDialog>
-#include <QPushButton>
+#include <QTranslator>
+#include <QXmlStreamReader>
 #include <QtTest>
 
 #include <memory>
 
 namespace {
 
-const QString SETTINGS_NOT_VALID =
-    QStringLiteral("Nie można uruchomić serwera, ponieważ ustawienia są niepoprawne!");
-const QString PORT_BUSY = QStringLiteral("Nie udało się uruchomić nasłuchiwania na porcie 67!");
-const QString FORM_FIRST = QStringLiteral("Najpierw wprowadź poprawne ustawienia w bieżącym oknie!");
 const QString START_SERVER = QStringLiteral("Uruchom serwer");
 const QString STOP_SERVER = QStringLiteral("Zatrzymaj serwer");
-const QString TITLE = QStringLiteral("Tarnvel DHCP Server");
 
 // A desktop with a tray, which the offscreen platform does not offer.
 class TrayMainWindow : public MainWindow {
@@ -36,557 +29,259 @@ protected:
     bool IsSystemTrayAvailable() const override { return true; }
 };
 
-QAction* TrayAction(MainWindow& window, const char* name)
-{
-    return window.findChild<QAction*>(name);
-}
-
 } // namespace
 
 class MainWindowTest : public QObject {
     Q_OBJECT
 
-private slots:
-    void firstStartShowsDefaultsWithoutABox();
-    void formSurvivesARestartWithEmptyOptionalFields();
-    void invalidFormRefusesToStart_data();
-    void invalidFormRefusesToStart();
-    void busyPortRefusesToStartButSavesTheSettings();
-    void otherStartFailureShowsTheEnglishText();
-    void startAndStopSwitchTextsIconsAndForm();
-    void chosenListeningAddressIsTheOneBound();
-    void reservationsNeedAValidFormFirst();
-    void reservationsOpenOnAValidForm();
-    void logSettingsSwitchTheLogEntries();
-    void logWindowHidesWithTheMainWindow();
-    void closingARunningServerStopsItAndSaves();
-    void unparsableFormAtClosingLeavesTheFile();
-    void minimizeToTrayHidesAndShowsTheWindow();
-    void withoutATrayTheWindowMinimizesNormally();
-    void settingsFileWarnings_data();
-    void settingsFileWarnings();
-    void programThatCannotStart_data();
-    void programThatCannotStart();
-};
+    std::unique_ptr<GuiTestEnvironment> environment;
+    std::unique_ptr<ModalWatcher> watcher;
+    std::unique_ptr<MainWindow> window;
 
-void MainWindowTest::firstStartShowsDefaultsWithoutABox()
-{
-    GuiTestEnvironment environment;
-    ModalWatcher watcher;
-    MainWindow window(environment.MakePlatform());
-    MainWindowProbe probe(window);
+    MainWindowProbe Probe() { return {*window}; }
 
-    QVERIFY(watcher.Boxes().empty());
-    QCOMPARE(window.windowTitle(), TITLE);
-    QCOMPARE(probe.Field("lineEditPoolStartAddress")->text(), QStringLiteral("192.168.1.240"));
-    QCOMPARE(probe.Field("lineEditPoolEndAddress")->text(), QStringLiteral("192.168.1.254"));
-    QCOMPARE(probe.Field("lineEditSubnetMask")->text(), QStringLiteral("255.255.255.0"));
-    QCOMPARE(probe.Field("lineEditDefaultGateway")->text(), QStringLiteral("192.168.1.1"));
-    QCOMPARE(probe.Field("lineEditDNSAddress1")->text(), QStringLiteral("192.168.1.1"));
-    QCOMPARE(probe.Field("lineEditDNSAddress2")->text(), QString());
-    QCOMPARE(probe.Field("lineEditLeaseDuration")->text(), QStringLiteral("3600"));
-    QCOMPARE(probe.ListeningAddress()->count(), 2);
-    QCOMPARE(probe.ListeningAddress()->itemText(0), QStringLiteral("10.77.0.1"));
-    QCOMPARE(probe.ListeningAddress()->itemText(1), QStringLiteral("10.77.1.1"));
-    QCOMPARE(probe.StartStopButton()->text(), START_SERVER);
-    QVERIFY(probe.IsFormEnabled(true));
-    QCOMPARE(probe.Field("lineEditSubnetMask")->maxLength(), 15);
-    QVERIFY(probe.Field("lineEditSubnetMask")->alignment() & Qt::AlignHCenter);
-    // Fixed at the size of its contents.
-    QCOMPARE(window.minimumSize(), window.maximumSize());
-    QCOMPARE(probe.WindowIconImage(), MainWindowProbe::ResourceImage(":windowIconInactive.png"));
-    QCOMPARE(probe.TrayIconImage(), MainWindowProbe::ResourceImage(":trayIconInactive.png"));
-    QVERIFY(!probe.TrayIcon()->isVisible());
-}
-
-void MainWindowTest::formSurvivesARestartWithEmptyOptionalFields()
-{
-    GuiTestEnvironment environment;
+    void SetLogging(bool enabled, const char* button)
     {
-        ModalWatcher watcher;
-        MainWindow window(environment.MakePlatform());
-        MainWindowProbe probe(window);
-        probe.SetField("lineEditPoolStartAddress", "10.77.0.16");
-        probe.SetField("lineEditPoolEndAddress", "10.77.3.250");
-        probe.SetField("lineEditSubnetMask", "255.255.252.0");
-        probe.SetField("lineEditDefaultGateway", "");
-        probe.SetField("lineEditDNSAddress1", "");
-        probe.SetField("lineEditDNSAddress2", " 10.77.0.3 ");
-        probe.SetField("lineEditLeaseDuration", "86400");
-        probe.ListeningAddress()->setCurrentIndex(1);
-        QVERIFY(watcher.Boxes().empty());
-    }
-    QVERIFY(environment.ReadFile("settings.cfg").contains("10.77.3.250"));
-
-    ModalWatcher watcher;
-    MainWindow window(environment.MakePlatform());
-    MainWindowProbe probe(window);
-    QVERIFY(watcher.Boxes().empty());
-    QCOMPARE(probe.Field("lineEditPoolStartAddress")->text(), QStringLiteral("10.77.0.16"));
-    QCOMPARE(probe.Field("lineEditPoolEndAddress")->text(), QStringLiteral("10.77.3.250"));
-    // The mask is stored as a prefix length and shown dotted again.
-    QCOMPARE(probe.Field("lineEditSubnetMask")->text(), QStringLiteral("255.255.252.0"));
-    QCOMPARE(probe.Field("lineEditDefaultGateway")->text(), QString());
-    QCOMPARE(probe.Field("lineEditDNSAddress1")->text(), QString());
-    QCOMPARE(probe.Field("lineEditDNSAddress2")->text(), QStringLiteral("10.77.0.3"));
-    QCOMPARE(probe.Field("lineEditLeaseDuration")->text(), QStringLiteral("86400"));
-    QCOMPARE(probe.ListeningAddress()->currentText(), QStringLiteral("10.77.1.1"));
-}
-
-void MainWindowTest::invalidFormRefusesToStart_data()
-{
-    QTest::addColumn<QString>("field");
-    QTest::addColumn<QString>("text");
-    QTest::newRow("mask with a gap") << "lineEditSubnetMask" << "255.0.255.0";
-    QTest::newRow("mask that is no address") << "lineEditSubnetMask" << "255.255.255";
-    QTest::newRow("pool across two subnets") << "lineEditPoolEndAddress" << "10.77.1.20";
-    QTest::newRow("pool end before its start") << "lineEditPoolEndAddress" << "10.77.0.50";
-    QTest::newRow("pool end on the broadcast address") << "lineEditPoolEndAddress" << "10.77.0.255";
-    QTest::newRow("gateway that is no address") << "lineEditDefaultGateway" << "10.77.0.300";
-    QTest::newRow("lease time that is no number") << "lineEditLeaseDuration" << "1h";
-    QTest::newRow("negative lease time") << "lineEditLeaseDuration" << "-5";
-    QTest::newRow("lease time at the 32-bit limit") << "lineEditLeaseDuration" << "2147483647";
-}
-
-void MainWindowTest::invalidFormRefusesToStart()
-{
-    QFETCH(QString, field);
-    QFETCH(QString, text);
-    GuiTestEnvironment environment;
-    ModalWatcher watcher;
-    MainWindow window(environment.MakePlatform());
-    MainWindowProbe probe(window);
-    probe.EnterValidForm();
-    probe.SetField(field, text);
-
-    probe.StartStopButton()->click();
-
-    const ModalWatcher::SeenBox box = watcher.OnlyBox();
-    QCOMPARE(box.text, SETTINGS_NOT_VALID);
-    QCOMPARE(box.icon, QMessageBox::Critical);
-    QCOMPARE(box.title, TITLE);
-    QCOMPARE(environment.network.GetOpenCount(), 0);
-    QCOMPARE(probe.StartStopButton()->text(), START_SERVER);
-    QVERIFY(probe.IsFormEnabled(true));
-    QVERIFY(probe.Action("actionAddressReservations")->isEnabled());
-    QCOMPARE(probe.WindowIconImage(), MainWindowProbe::ResourceImage(":windowIconInactive.png"));
-}
-
-void MainWindowTest::busyPortRefusesToStartButSavesTheSettings()
-{
-    GuiTestEnvironment environment;
-    ModalWatcher watcher;
-    MainWindow window(environment.MakePlatform());
-    MainWindowProbe probe(window);
-    probe.EnterValidForm();
-    environment.network.SetOpenFailure(AppException::CannotBindSocket);
-
-    probe.StartStopButton()->click();
-
-    const ModalWatcher::SeenBox box = watcher.OnlyBox();
-    QCOMPARE(box.text, PORT_BUSY);
-    QCOMPARE(box.icon, QMessageBox::Critical);
-    QVERIFY(!environment.network.IsOpen());
-    QCOMPARE(probe.StartStopButton()->text(), START_SERVER);
-    QVERIFY(probe.IsFormEnabled(true));
-    QVERIFY(environment.ReadFile("settings.cfg").contains("10.77.0.199"));
-}
-
-void MainWindowTest::otherStartFailureShowsTheEnglishText()
-{
-    GuiTestEnvironment environment;
-    ModalWatcher watcher;
-    MainWindow window(environment.MakePlatform());
-    MainWindowProbe probe(window);
-    probe.EnterValidForm();
-    environment.network.SetOpenFailure(AppException::CannotDetermineInterfaceName);
-
-    probe.StartStopButton()->click();
-
-    QCOMPARE(watcher.OnlyBox().text, QString::fromStdString(
-                                         AppException::GetMessageForCode(AppException::CannotDetermineInterfaceName)));
-    QCOMPARE(watcher.OnlyBox().icon, QMessageBox::Critical);
-    QVERIFY(probe.IsFormEnabled(true));
-}
-
-void MainWindowTest::startAndStopSwitchTextsIconsAndForm()
-{
-    GuiTestEnvironment environment;
-    ModalWatcher watcher;
-    MainWindow window(environment.MakePlatform());
-    MainWindowProbe probe(window);
-    probe.EnterValidForm();
-    QAction* trayStartStop = TrayAction(window, "trayActionStartStop");
-    QVERIFY(trayStartStop != nullptr);
-    QCOMPARE(trayStartStop->text(), START_SERVER);
-
-    probe.StartStopButton()->click();
-
-    QVERIFY(watcher.Boxes().empty());
-    QVERIFY(environment.network.IsOpen());
-    QCOMPARE(environment.network.GetOpenedPort(), uint16_t(67));
-    QCOMPARE(probe.StartStopButton()->text(), STOP_SERVER);
-    QCOMPARE(trayStartStop->text(), STOP_SERVER);
-    QCOMPARE(probe.WindowIconImage(), MainWindowProbe::ResourceImage(":windowIconActive.png"));
-    QCOMPARE(probe.TrayIconImage(), MainWindowProbe::ResourceImage(":trayIconActive.png"));
-    QVERIFY(probe.IsFormEnabled(false));
-    QVERIFY(!probe.Action("actionAddressReservations")->isEnabled());
-    QVERIFY(!probe.Action("actionAdditionalOptions")->isEnabled());
-    QVERIFY(!probe.Action("actionLogSettings")->isEnabled());
-    QVERIFY(probe.Action("actionShowLeases")->isEnabled());
-    QVERIFY(probe.Action("actionAbout")->isEnabled());
-    QVERIFY(probe.Action("actionToggleMinimizeToTray")->isEnabled());
-    QVERIFY(probe.StartStopButton()->isEnabled());
-
-    // The tray item stops it just as the button does.
-    trayStartStop->trigger();
-
-    QVERIFY(environment.network.WaitUntilClosed());
-    QCOMPARE(probe.StartStopButton()->text(), START_SERVER);
-    QCOMPARE(trayStartStop->text(), START_SERVER);
-    QCOMPARE(probe.WindowIconImage(), MainWindowProbe::ResourceImage(":windowIconInactive.png"));
-    QCOMPARE(probe.TrayIconImage(), MainWindowProbe::ResourceImage(":trayIconInactive.png"));
-    QVERIFY(probe.IsFormEnabled(true));
-    QVERIFY(probe.Action("actionAddressReservations")->isEnabled());
-    QVERIFY(probe.Action("actionAdditionalOptions")->isEnabled());
-    QVERIFY(probe.Action("actionLogSettings")->isEnabled());
-    QVERIFY(probe.StartStopButton()->isEnabled());
-
-    // StartServer starts it once and leaves a running server alone.
-    window.StartServer();
-    window.StartServer();
-    QCOMPARE(environment.network.GetOpenCount(), 2);
-    QCOMPARE(probe.StartStopButton()->text(), STOP_SERVER);
-    QVERIFY(watcher.Boxes().empty());
-}
-
-void MainWindowTest::chosenListeningAddressIsTheOneBound()
-{
-    GuiTestEnvironment environment;
-    ModalWatcher watcher;
-    MainWindow window(environment.MakePlatform());
-    MainWindowProbe probe(window);
-    probe.EnterValidForm();
-    probe.ListeningAddress()->setCurrentIndex(1);
-
-    probe.StartStopButton()->click();
-
-    QVERIFY(environment.network.IsOpen());
-    QCOMPARE(environment.network.GetOpenedAddress(), GuiTestEnvironment::SECOND_ADDRESS);
-}
-
-void MainWindowTest::reservationsNeedAValidFormFirst()
-{
-    GuiTestEnvironment environment;
-    ModalWatcher watcher;
-    MainWindow window(environment.MakePlatform());
-    MainWindowProbe probe(window);
-    probe.EnterValidForm();
-    probe.SetField("lineEditLeaseDuration", "ten minutes");
-
-    probe.Action("actionAddressReservations")->trigger();
-
-    QCOMPARE(watcher.OnlyBox().text, FORM_FIRST);
-    QCOMPARE(watcher.OnlyBox().icon, QMessageBox::Critical);
-    QVERIFY(watcher.UnexpectedDialogs().isEmpty());
-}
-
-void MainWindowTest::reservationsOpenOnAValidForm()
-{
-    GuiTestEnvironment environment;
-    ModalWatcher watcher;
-    MainWindow window(environment.MakePlatform());
-    MainWindowProbe probe(window);
-    probe.EnterValidForm();
-    QString seenTitle;
-    watcher.OnDialog("ReservationsDialog", [&seenTitle](QDialog* dialog) {
-        seenTitle = dialog->windowTitle();
-        dialog->close();
-    });
-
-    probe.Action("actionAddressReservations")->trigger();
-
-    QCOMPARE(seenTitle, QStringLiteral("Rezerwacje adresów"));
-    QVERIFY(watcher.Boxes().empty());
-    QVERIFY(watcher.UnexpectedDialogs().isEmpty());
-}
-
-void MainWindowTest::logSettingsSwitchTheLogEntries()
-{
-    GuiTestEnvironment environment;
-    ModalWatcher watcher;
-    MainWindow window(environment.MakePlatform());
-    MainWindowProbe probe(window);
-    QAction* trayLog = TrayAction(window, "trayActionLog");
-    // Logging is off by default.
-    QVERIFY(!probe.Action("actionLog")->isEnabled());
-    QVERIFY(!trayLog->isVisible());
-
-    watcher.OnDialog("LogSettingsDialog", [](QDialog* dialog) {
-        dialog->findChild<QCheckBox*>("checkBoxEnableLogging")->setChecked(true);
-        dialog->findChild<QPushButton*>("pushButtonOK")->click();
-    });
-    probe.Action("actionLogSettings")->trigger();
-    QVERIFY(probe.Action("actionLog")->isEnabled());
-    QVERIFY(trayLog->isVisible());
-
-    // Anuluj changes nothing, and the entries still follow the setting.
-    watcher.OnDialog("LogSettingsDialog", [](QDialog* dialog) {
-        dialog->findChild<QCheckBox*>("checkBoxEnableLogging")->setChecked(false);
-        dialog->findChild<QPushButton*>("pushButtonCancel")->click();
-    });
-    probe.Action("actionLogSettings")->trigger();
-    QVERIFY(probe.Action("actionLog")->isEnabled());
-    QVERIFY(trayLog->isVisible());
-
-    watcher.OnDialog("LogSettingsDialog", [](QDialog* dialog) {
-        dialog->findChild<QCheckBox*>("checkBoxEnableLogging")->setChecked(false);
-        dialog->findChild<QPushButton*>("pushButtonOK")->click();
-    });
-    probe.Action("actionLogSettings")->trigger();
-    QVERIFY(!probe.Action("actionLog")->isEnabled());
-    QVERIFY(!trayLog->isVisible());
-    QCOMPARE(watcher.PendingHandlers(), 0);
-    QVERIFY(watcher.UnexpectedDialogs().isEmpty());
-}
-
-void MainWindowTest::logWindowHidesWithTheMainWindow()
-{
-    GuiTestEnvironment environment;
-    ModalWatcher watcher;
-    MainWindow window(environment.MakePlatform());
-    MainWindowProbe probe(window);
-    window.show();
-    watcher.OnDialog("LogSettingsDialog", [](QDialog* dialog) {
-        dialog->findChild<QCheckBox*>("checkBoxEnableLogging")->setChecked(true);
-        dialog->findChild<QPushButton*>("pushButtonOK")->click();
-    });
-    probe.Action("actionLogSettings")->trigger();
-
-    probe.Action("actionLog")->trigger();
-    QDialog* logWindow = nullptr;
-    for (QWidget* widget : QApplication::topLevelWidgets()) {
-        if (widget->objectName() == "LogBrowserDialog") {
-            logWindow = qobject_cast<QDialog*>(widget);
-        }
-    }
-    QVERIFY(logWindow != nullptr);
-    QVERIFY(logWindow->isVisible());
-    QCOMPARE(logWindow->windowIcon().pixmap(32, 32).toImage().convertToFormat(QImage::Format_ARGB32),
-             MainWindowProbe::ResourceImage(":windowIconInactive.png"));
-
-    // The log window follows the main window's icon.
-    probe.EnterValidForm();
-    probe.StartStopButton()->click();
-    QCOMPARE(logWindow->windowIcon().pixmap(32, 32).toImage().convertToFormat(QImage::Format_ARGB32),
-             MainWindowProbe::ResourceImage(":windowIconActive.png"));
-
-    QVERIFY(window.close());
-    QVERIFY(!logWindow->isVisible());
-    QVERIFY(!window.isVisible());
-}
-
-void MainWindowTest::closingARunningServerStopsItAndSaves()
-{
-    GuiTestEnvironment environment;
-    {
-        ModalWatcher watcher;
-        auto window = std::make_unique<MainWindow>(environment.MakePlatform());
-        MainWindowProbe probe(*window);
-        watcher.OnDialog("LogSettingsDialog", [](QDialog* dialog) {
-            dialog->findChild<QCheckBox*>("checkBoxEnableLogging")->setChecked(true);
-            dialog->findChild<QPushButton*>("pushButtonOK")->click();
+        watcher->OnDialog("LogSettingsDialog", [enabled, button](QDialog* dialog) {
+            dialog->findChild<QCheckBox*>("checkBoxEnableLogging")->setChecked(enabled);
+            dialog->findChild<QPushButton*>(button)->click();
         });
-        probe.Action("actionLogSettings")->trigger();
-        probe.EnterValidForm();
-        probe.StartStopButton()->click();
-        QVERIFY(environment.network.IsOpen());
-        // Typed while running cannot happen (the form is disabled); what was
-        // read at the start is what is saved.
+        Probe().Action("actionLogSettings")->trigger();
+    }
+
+private slots:
+    void init()
+    {
+        environment = std::make_unique<GuiTestEnvironment>();
+        watcher = std::make_unique<ModalWatcher>();
+        window = std::make_unique<MainWindow>(environment->MakePlatform());
+    }
+
+    void cleanup()
+    {
         window.reset();
-        QVERIFY(watcher.Boxes().empty());
+        QVERIFY(watcher->AllAnswered());
+        watcher.reset();
+        environment.reset();
     }
-    QVERIFY(!environment.network.IsOpen());
-    const QByteArray settings = environment.ReadFile("settings.cfg");
-    QVERIFY(settings.contains("10.77.0.100"));
-    QVERIFY(settings.contains("600"));
-    const QList<QByteArray> logLines = environment.ReadFile("log.txt").trimmed().split('\n');
-    QCOMPARE(logLines.size(), 2);
-    QVERIFY(logLines[0].contains(LogItem::GetEventTypeName(ServerStart).c_str()));
-    QVERIFY(logLines[1].contains(LogItem::GetEventTypeName(ServerStop).c_str()));
-}
 
-void MainWindowTest::unparsableFormAtClosingLeavesTheFile()
-{
-    GuiTestEnvironment environment;
+    void formSurvivesARestartWithEmptyOptionalFields()
     {
-        ModalWatcher watcher;
-        MainWindow window(environment.MakePlatform());
-        MainWindowProbe(window).EnterValidForm();
+        // Field, text typed, text shown after a restart.
+        const struct {
+            const char* field;
+            const char* typed;
+            const char* shown;
+        } form[] = {{"lineEditPoolStartAddress", "10.77.0.16", "10.77.0.16"},
+                    {"lineEditPoolEndAddress", "10.77.3.250", "10.77.3.250"},
+                    // Stored as a prefix length, shown dotted again.
+                    {"lineEditSubnetMask", "255.255.252.0", "255.255.252.0"},
+                    {"lineEditDefaultGateway", "", ""},
+                    {"lineEditDNSAddress1", "", ""},
+                    {"lineEditDNSAddress2", " 10.77.0.3 ", "10.77.0.3"},
+                    {"lineEditLeaseDuration", "86400", "86400"}};
+        for (const auto& field : form) {
+            Probe().Field(field.field)->setText(field.typed);
+        }
+        Probe().ListeningAddress()->setCurrentIndex(1);
+        window.reset();
+        window = std::make_unique<MainWindow>(environment->MakePlatform());
+        const QByteArray saved = environment->ReadFile("settings.cfg");
+
+        for (const auto& field : form) {
+            QCOMPARE(Probe().Field(field.field)->text(), QString(field.shown));
+        }
+        QCOMPARE(Probe().ListeningAddress()->currentText(), QStringLiteral("10.77.1.1"));
+        // A form that cannot be read at closing leaves the file alone.
+        Probe().Field("lineEditPoolEndAddress")->setText("10.77.0.198");
+        Probe().Field("lineEditLeaseDuration")->setText("soon");
+        window.reset();
+        QCOMPARE(environment->ReadFile("settings.cfg"), saved);
+        QVERIFY(watcher->boxes.empty());
     }
-    const QByteArray saved = environment.ReadFile("settings.cfg");
-    QVERIFY(saved.contains("10.77.0.199"));
+
+    void refusedStartShowsItsBoxAndLeavesTheFormEnabled_data()
     {
-        ModalWatcher watcher;
-        MainWindow window(environment.MakePlatform());
-        MainWindowProbe probe(window);
-        probe.SetField("lineEditPoolEndAddress", "10.77.0.198");
-        probe.SetField("lineEditLeaseDuration", "soon");
-        QVERIFY(watcher.Boxes().empty());
+        QTest::addColumn<QString>("field");
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<int>("openFailure"); // 0: none
+        QTest::addColumn<QString>("box");
+        const QString notValid = QStringLiteral("Nie można uruchomić serwera, ponieważ ustawienia są niepoprawne!");
+        QTest::newRow("mask with a gap") << "lineEditSubnetMask" << "255.0.255.0" << 0 << notValid;
+        QTest::newRow("mask that is no address") << "lineEditSubnetMask" << "255.255.255" << 0 << notValid;
+        QTest::newRow("pool across two subnets") << "lineEditPoolEndAddress" << "10.77.1.20" << 0 << notValid;
+        QTest::newRow("pool end before its start") << "lineEditPoolEndAddress" << "10.77.0.50" << 0 << notValid;
+        QTest::newRow("pool end on the broadcast") << "lineEditPoolEndAddress" << "10.77.0.255" << 0 << notValid;
+        QTest::newRow("gateway that is no address") << "lineEditDefaultGateway" << "10.77.0.300" << 0 << notValid;
+        QTest::newRow("lease time that is no number") << "lineEditLeaseDuration" << "1h" << 0 << notValid;
+        QTest::newRow("negative lease time") << "lineEditLeaseDuration" << "-5" << 0 << notValid;
+        QTest::newRow("lease time at the 32-bit limit") << "lineEditLeaseDuration" << "2147483647" << 0 << notValid;
+        QTest::newRow("port 67 busy") << "" << "" << int(AppException::CannotBindSocket)
+                                      << QStringLiteral("Nie udało się uruchomić nasłuchiwania na porcie 67!");
+        QTest::newRow("no interface: the English text")
+            << "" << "" << int(AppException::CannotDetermineInterfaceName)
+            << QString::fromStdString(AppException::GetMessageForCode(AppException::CannotDetermineInterfaceName));
     }
-    QCOMPARE(environment.ReadFile("settings.cfg"), saved);
-}
 
-void MainWindowTest::minimizeToTrayHidesAndShowsTheWindow()
-{
-    GuiTestEnvironment environment;
-    ModalWatcher watcher;
+    void refusedStartShowsItsBoxAndLeavesTheFormEnabled()
     {
-        TrayMainWindow window(environment.MakePlatform());
-        MainWindowProbe probe(window);
-        window.show();
-        QAction* toggle = probe.Action("actionToggleMinimizeToTray");
-        QVERIFY(!toggle->isChecked());
+        QFETCH(QString, field);
+        QFETCH(QString, text);
+        QFETCH(int, openFailure);
+        QFETCH(QString, box);
+        Probe().EnterValidForm();
+        if (openFailure == 0) {
+            Probe().Field(field.toLatin1())->setText(text);
+        } else {
+            environment->network.SetOpenFailure(openFailure);
+        }
 
-        toggle->trigger();
+        Probe().StartStopButton()->click();
 
-        QVERIFY(toggle->isChecked());
-        // Saved at once, not only at closing.
-        QVERIFY(environment.ReadFile("settings.cfg").contains("MinimizeToSystemTray True"));
-
-        window.setWindowState(Qt::WindowMinimized);
-        QVERIFY(!window.isVisible());
-        QVERIFY(probe.TrayIcon()->isVisible());
-        QVERIFY(window.windowFlags() & Qt::FramelessWindowHint);
-
-        TrayAction(window, "trayActionShowWindow")->trigger();
-        QVERIFY(window.isVisible());
-        QVERIFY(!window.isMinimized());
-        QVERIFY(!probe.TrayIcon()->isVisible());
-        QVERIFY(!(window.windowFlags() & Qt::FramelessWindowHint));
-
-        // A double click brings it back; a single click does nothing.
-        window.setWindowState(Qt::WindowMinimized);
-        QVERIFY(!window.isVisible());
-        emit probe.TrayIcon()->activated(QSystemTrayIcon::Trigger);
-        QVERIFY(!window.isVisible());
-        emit probe.TrayIcon()->activated(QSystemTrayIcon::DoubleClick);
-        QVERIFY(window.isVisible());
-        QVERIFY(!probe.TrayIcon()->isVisible());
-
-        QCOMPARE(TrayAction(window, "trayActionShowWindow")->font().bold(), true);
-        QCOMPARE(probe.TrayMenu()->defaultAction(), TrayAction(window, "trayActionShowWindow"));
+        QCOMPARE(watcher->OnlyBox().text, box);
+        QCOMPARE(watcher->OnlyBox().icon, QMessageBox::Critical);
+        QCOMPARE(watcher->OnlyBox().title, QStringLiteral("Tarnvel DHCP Server"));
+        QVERIFY(!environment->network.IsOpen());
+        QCOMPARE(Probe().StartStopButton()->text(), START_SERVER);
+        QVERIFY(Probe().IsFormEnabled(true));
+        QVERIFY(Probe().Action("actionAddressReservations")->isEnabled());
+        // A valid form is saved even when the port cannot be had.
+        QCOMPARE(environment->ReadFile("settings.cfg").contains("10.77.0.199"), openFailure != 0);
     }
-    // The next start remembers the choice.
-    TrayMainWindow window(environment.MakePlatform());
-    QVERIFY(MainWindowProbe(window).Action("actionToggleMinimizeToTray")->isChecked());
-    QVERIFY(watcher.Boxes().empty());
-}
 
-void MainWindowTest::withoutATrayTheWindowMinimizesNormally()
-{
-    GuiTestEnvironment environment;
-    ModalWatcher watcher;
-    MainWindow window(environment.MakePlatform());
-    MainWindowProbe probe(window);
-    window.show();
-    probe.Action("actionToggleMinimizeToTray")->trigger();
-
-    window.setWindowState(Qt::WindowMinimized);
-
-    QVERIFY(window.isMinimized());
-    QVERIFY(window.isVisible());
-    QVERIFY(!probe.TrayIcon()->isVisible());
-}
-
-void MainWindowTest::settingsFileWarnings_data()
-{
-    QTest::addColumn<QByteArray>("appendix");
-    QTest::addColumn<QByteArray>("wholeFile");
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<QString>("poolEnd");
-    QTest::newRow("some bad lines")
-        << QByteArray("LeaseDuration 1h\r\n") << QByteArray()
-        << QStringLiteral("Uwaga! Niektóre linie pliku konfiguracynego są błędne i nie zostały wzięte pod uwagę. "
-                          "Zostaną one automatycznie usunięte po uruchomieniu serwera lub zamknięciu programu.")
-        << "10.77.0.199";
-    QTest::newRow("no pool at all")
-        << QByteArray() << QByteArray("Nonsense 1\r\nMore nonsense\r\n")
-        << QStringLiteral("Uwaga! Plik konfiguracyjny zawiera poważne błędy. Wykorzystane zostaną ustawienia "
-                          "domyślne, które następnie nadpiszą obecny plik. Jeśli chcesz zachować jego zawartość, "
-                          "wykonaj kopię przed uruchomieniem serwera lub zamknięciem programu.")
-        << "192.168.1.254";
-    QTest::newRow("no line end at all")
-        << QByteArray() << QByteArray("PoolStartAddress 10.77.0.100")
-        << QString::fromStdString(AppException::GetMessageForCode(AppException::UnsupportedEOLStyle))
-        << "192.168.1.254";
-}
-
-void MainWindowTest::settingsFileWarnings()
-{
-    QFETCH(QByteArray, appendix);
-    QFETCH(QByteArray, wholeFile);
-    QFETCH(QString, text);
-    QFETCH(QString, poolEnd);
-    GuiTestEnvironment environment;
+    void startAndStopSwitchTextsIconsAndForm()
     {
-        ModalWatcher watcher;
-        MainWindow window(environment.MakePlatform());
-        MainWindowProbe(window).EnterValidForm();
+        const auto showsRunning = [this](bool running) {
+            const MainWindowProbe probe = Probe();
+            QCOMPARE(probe.StartStopButton()->text(), running ? STOP_SERVER : START_SERVER);
+            QCOMPARE(probe.Action("trayActionStartStop")->text(), running ? STOP_SERVER : START_SERVER);
+            QCOMPARE(Picture(window->windowIcon(), 32),
+                     Picture(running ? ":windowIconActive.png" : ":windowIconInactive.png"));
+            QCOMPARE(Picture(probe.TrayIcon()->icon(), 16),
+                     Picture(running ? ":trayIconActive.png" : ":trayIconInactive.png"));
+            QVERIFY(probe.IsFormEnabled(!running));
+            for (const char* action : {"actionAddressReservations", "actionAdditionalOptions", "actionLogSettings"}) {
+                QVERIFY2(probe.Action(action)->isEnabled() != running, action);
+            }
+            QVERIFY(probe.Action("actionShowLeases")->isEnabled() && probe.Action("actionAbout")->isEnabled());
+        };
+        showsRunning(false);
+        Probe().EnterValidForm();
+        Probe().ListeningAddress()->setCurrentIndex(1);
+
+        Probe().StartStopButton()->click();
+        showsRunning(true);
+        QVERIFY(environment->network.IsOpen());
+        QCOMPARE(environment->network.GetOpenedAddress(), GuiTestEnvironment::SECOND_ADDRESS);
+        QCOMPARE(environment->network.GetOpenedPort(), uint16_t(67));
+
+        // The tray item stops it just as the button does.
+        Probe().Action("trayActionStartStop")->trigger();
+        QVERIFY(environment->network.WaitUntilClosed());
+        showsRunning(false);
+
+        // StartServer (the -s switch) starts it once and leaves a running server alone.
+        window->StartServer();
+        window->StartServer();
+        QCOMPARE(environment->network.GetOpenCount(), 2);
+        showsRunning(true);
+        QVERIFY(watcher->boxes.empty());
     }
-    environment.WriteFile("settings.cfg",
-                          wholeFile.isEmpty() ? environment.ReadFile("settings.cfg") + appendix : wholeFile);
 
-    ModalWatcher watcher;
-    bool windowShownAtBox = true;
-    MainWindow* constructed = nullptr;
-    watcher.OnEveryBox([&](const ModalWatcher::SeenBox&) { windowShownAtBox = constructed != nullptr; });
-    MainWindow window(environment.MakePlatform());
-    constructed = &window;
+    void reservationsOpenOnlyOnAValidForm()
+    {
+        Probe().EnterValidForm();
+        Probe().Field("lineEditLeaseDuration")->setText("ten minutes");
+        Probe().Action("actionAddressReservations")->trigger();
+        QCOMPARE(watcher->OnlyBox().text, QStringLiteral("Najpierw wprowadź poprawne ustawienia w bieżącym oknie!"));
 
-    QCOMPARE(watcher.OnlyBox().text, text);
-    QCOMPARE(watcher.OnlyBox().icon, QMessageBox::Warning);
-    QCOMPARE(watcher.OnlyBox().title, TITLE);
-    QVERIFY(!windowShownAtBox);
-    QCOMPARE(MainWindowProbe(window).Field("lineEditPoolEndAddress")->text(), poolEnd);
-}
-
-void MainWindowTest::programThatCannotStart_data()
-{
-    QTest::addColumn<bool>("privileged");
-    QTest::addColumn<bool>("withAddresses");
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<int>("code");
-    QTest::newRow("no privilege") << false << true
-                                  << QStringLiteral("Aby program mógł działać, musi zostać uruchomiony przez "
-                                                    "użytkownika \"root\".")
-                                  << int(AppException::NotAdministrator);
-    QTest::newRow("no address to listen on") << true << false << QStringLiteral("Nie można uruchomić programu!")
-                                             << int(AppException::NoAddressToListenOn);
-}
-
-void MainWindowTest::programThatCannotStart()
-{
-    QFETCH(bool, privileged);
-    QFETCH(bool, withAddresses);
-    QFETCH(QString, text);
-    QFETCH(int, code);
-    GuiTestEnvironment environment;
-    ModalWatcher watcher;
-    ServerPlatform platform = withAddresses ? environment.MakePlatform(privileged)
-                                            : environment.MakePlatformWithAddresses({});
-    int raisedCode = -1;
-    try {
-        MainWindow window(platform);
-    } catch (const AppException& exception) {
-        raisedCode = exception.GetCode();
+        Probe().EnterValidForm();
+        watcher->OnDialog("ReservationsDialog", [](QDialog* dialog) { dialog->close(); });
+        Probe().Action("actionAddressReservations")->trigger();
+        QCOMPARE(watcher->boxes.size(), size_t(1));
     }
-    QCOMPARE(raisedCode, code);
-    QCOMPARE(watcher.OnlyBox().text, text);
-    QCOMPARE(watcher.OnlyBox().icon, QMessageBox::Critical);
-    QCOMPARE(watcher.OnlyBox().title, TITLE);
-    QVERIFY(!QFile::exists(environment.FilePath("settings.cfg")));
-}
+
+    void closingARunningServerStopsItSavesAndHidesTheLogWindow()
+    {
+        window->show();
+        // The log entries follow the setting, which Anuluj leaves alone.
+        QVERIFY(!Probe().Action("actionLog")->isEnabled());
+        SetLogging(true, "pushButtonOK");
+        QVERIFY(Probe().Action("actionLog")->isEnabled() && Probe().Action("trayActionLog")->isVisible());
+        SetLogging(false, "pushButtonCancel");
+        QVERIFY(Probe().Action("actionLog")->isEnabled());
+        SetLogging(false, "pushButtonOK");
+        QVERIFY(!Probe().Action("actionLog")->isEnabled() && !Probe().Action("trayActionLog")->isVisible());
+        SetLogging(true, "pushButtonOK");
+
+        Probe().Action("actionLog")->trigger();
+        QWidget* logWindow = nullptr;
+        for (QWidget* widget : QApplication::topLevelWidgets()) {
+            logWindow = widget->objectName() == "LogBrowserDialog" ? widget : logWindow;
+        }
+        QVERIFY(logWindow != nullptr && logWindow->isVisible());
+        Probe().EnterValidForm();
+        Probe().StartStopButton()->click();
+        QVERIFY(environment->network.IsOpen());
+        QVERIFY(window->close());
+        QVERIFY(!logWindow->isVisible());
+        QFile::remove(environment->FilePath("settings.cfg"));
+        window.reset();
+
+        QVERIFY(!environment->network.IsOpen());
+        QVERIFY(environment->ReadFile("settings.cfg").contains("10.77.0.100"));
+        const QList<QByteArray> logLines = environment->ReadFile("log.txt").trimmed().split('\n');
+        QCOMPARE(logLines.size(), 2);
+        QVERIFY(logLines[0].contains(LogItem::GetEventTypeName(ServerStart).c_str()));
+        QVERIFY(logLines[1].contains(LogItem::GetEventTypeName(ServerStop).c_str()));
+        QVERIFY(watcher->boxes.empty());
+    }
+
+    void minimizeToTrayHidesTheWindowUntilADoubleClick()
+    {
+        window.reset();
+        window = std::make_unique<TrayMainWindow>(environment->MakePlatform());
+        window->show();
+        Probe().Action("actionToggleMinimizeToTray")->trigger();
+        window->setWindowState(Qt::WindowMinimized);
+        QVERIFY(!window->isVisible() && Probe().TrayIcon()->isVisible());
+        emit Probe().TrayIcon()->activated(QSystemTrayIcon::Trigger);
+        QVERIFY(!window->isVisible());
+        emit Probe().TrayIcon()->activated(QSystemTrayIcon::DoubleClick);
+        QVERIFY(window->isVisible() && !Probe().TrayIcon()->isVisible());
+
+        // Without a tray it minimises normally, so that it stays in reach.
+        window.reset();
+        window = std::make_unique<MainWindow>(environment->MakePlatform());
+        QVERIFY(Probe().Action("actionToggleMinimizeToTray")->isChecked());
+        window->show();
+        window->setWindowState(Qt::WindowMinimized);
+        QVERIFY(window->isVisible());
+    }
+
+    void englishCatalogTranslatesEveryText()
+    {
+        QTranslator translator;
+        QVERIFY(translator.load(QUORVY_CATALOG));
+        QFile source(QUORVY_TS_FILE);
+        QVERIFY(source.open(QIODevice::ReadOnly));
+        QXmlStreamReader reader(&source);
+        const QRegularExpression polishLetters(QStringLiteral("[ąćęłńóśźżĄĆĘŁŃÓŚŹŻ]"));
+        QString context;
+        int checked = 0;
+        while (!reader.atEnd()) {
+            if (reader.readNext() == QXmlStreamReader::StartElement && reader.name() == u"name") {
+                context = reader.readElementText();
+            } else if (reader.isStartElement() && reader.name() == u"source") {
+                const QString polish = reader.readElementText();
+                const QString english = translator.translate(context.toUtf8().constData(), polish.toUtf8().constData());
+                QVERIFY2(!english.isEmpty() && !english.contains(polishLetters), qPrintable(context + ": " + polish));
+                ++checked;
+            }
+        }
+        QVERIFY(checked > 80);
+    }
+};
 
 QTEST_MAIN(MainWindowTest)
 #include "MainWindowTest.moc"

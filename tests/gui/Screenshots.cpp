@@ -3,8 +3,8 @@
 // path of quorvy_en without suffix) the pictures are English, else Polish.
 // Runs on fake sockets like the tests; scripts/screenshots.sh drives it.
 
-#include "support/GuiTestEnvironment.h"
-#include "support/MainWindowProbe.h"
+#include "support/GuiTest.h"
+#include "support/RaisedCode.h"
 
 #include "AboutDialog.h"
 #include "AddRawOptionDialog.h"
@@ -12,7 +12,6 @@
 #include "LeasesDialog.h"
 #include "LogBrowserDialog.h"
 #include "LogSettingsDialog.h"
-#include "MainWindow.h"
 #include "RawOptionsDialog.h"
 #include "RawOptionsDialogHelp.h"
 #include "ReservationsDialog.h"
@@ -21,28 +20,28 @@
 #include "config/Settings.h"
 #include "engine/DHCPServer.h"
 #include "foundation/AppException.h"
-#include "foundation/HardwareAddress.h"
 #include "log/LogManager.h"
 
-#include <QAbstractButton>
 #include <QApplication>
 #include <QDir>
-#include <QMenu>
 #include <QMenuBar>
-#include <QMessageBox>
-#include <QTimer>
 #include <QtTest/QTest>
 #include <QTranslator>
 
 #include <cstdio>
-#include <deque>
-#include <memory>
 
 namespace {
 
 class Camera {
 public:
-    explicit Camera(const QString& folder) : folder(folder) {}
+    // Each modal box is photographed under the next name that ExpectBox gave, then closed.
+    explicit Camera(const QString& folder) : folder(folder)
+    {
+        watcher.beforeClosingBox = [this](QMessageBox* box) {
+            Take(box, boxNames.value(0, "unexpected-box"));
+            boxNames = boxNames.mid(1);
+        };
+    }
 
     void Take(QWidget* widget, const QString& name)
     {
@@ -56,30 +55,17 @@ public:
         std::printf("%s %dx%d\n", qPrintable(path), widget->width(), widget->height());
     }
 
-    // The next modal message box is photographed under `name` and closed.
     void ExpectBox(const QString& name) { boxNames.push_back(name); }
-
-    void LookForBoxes()
-    {
-        auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
-        if (box == nullptr || !box->isVisible()) {
-            return;
-        }
-        Take(box, boxNames.empty() ? QString("unexpected-box") : boxNames.front());
-        if (!boxNames.empty()) {
-            boxNames.pop_front();
-        }
-        box->buttons().first()->click();
-    }
 
     bool failed = false;
 
 private:
     QString folder;
-    std::deque<QString> boxNames;
+    QStringList boxNames;
+    ModalWatcher watcher;
 };
 
-void FillSamples(DHCPServer& server, GuiTestEnvironment& environment)
+void FillSamples(DHCPServer& server)
 {
     Settings* settings = server.GetSettings();
     settings->SetPoolStartAddress(IPv4Address(10, 77, 0, 100));
@@ -102,7 +88,6 @@ void FillSamples(DHCPServer& server, GuiTestEnvironment& environment)
     log->AddLogItem(DHCPRequestReceived, client, IPv4Address(10, 77, 0, 100), false);
     log->AddLogItem(DHCPAckSent, client, IPv4Address(10, 77, 0, 100), false);
     log->AddLogItem(DHCPRequestReceived, HardwareAddress("f0:de:f1:00:00:09"), IPv4Address(192, 168, 5, 5), true);
-    environment.clock.Advance(0);
 }
 
 void TakeMenus(Camera& camera, MainWindow& window)
@@ -125,7 +110,7 @@ void TakeMenus(Camera& camera, MainWindow& window)
 void TakeMainWindow(Camera& camera, GuiTestEnvironment& environment)
 {
     MainWindow window(environment.MakePlatform());
-    MainWindowProbe probe(window);
+    MainWindowProbe probe{window};
     camera.Take(&window, "MainWindow-defaults");
     probe.EnterValidForm();
     probe.StartStopButton()->click();
@@ -134,7 +119,7 @@ void TakeMainWindow(Camera& camera, GuiTestEnvironment& environment)
     probe.StartStopButton()->click();
 
     camera.ExpectBox("box-settings-not-valid");
-    probe.SetField("lineEditSubnetMask", "255.0.255.0");
+    probe.Field("lineEditSubnetMask")->setText("255.0.255.0");
     probe.StartStopButton()->click();
     probe.EnterValidForm();
 
@@ -144,7 +129,7 @@ void TakeMainWindow(Camera& camera, GuiTestEnvironment& environment)
     environment.network.SetOpenFailure(std::nullopt);
 
     camera.ExpectBox("box-form-first");
-    probe.SetField("lineEditLeaseDuration", "1h");
+    probe.Field("lineEditLeaseDuration")->setText("1h");
     probe.Action("actionAddressReservations")->trigger();
     probe.EnterValidForm();
 }
@@ -158,21 +143,15 @@ void TakeStartWarnings(Camera& camera, GuiTestEnvironment& environment)
     camera.ExpectBox("box-settings-fatal");
     { MainWindow window(environment.MakePlatform()); }
     camera.ExpectBox("box-not-root");
-    try {
-        MainWindow window(environment.MakePlatform(false));
-    } catch (const AppException&) {
-    }
+    CodeRaisedBy([&] { MainWindow window(environment.MakePlatform({GuiTestEnvironment::FIRST_ADDRESS}, false)); });
     camera.ExpectBox("box-cannot-start");
-    try {
-        MainWindow window(environment.MakePlatformWithAddresses({}));
-    } catch (const AppException&) {
-    }
+    CodeRaisedBy([&] { MainWindow window(environment.MakePlatform({})); });
 }
 
 void TakeDialogs(Camera& camera, GuiTestEnvironment& environment)
 {
     DHCPServer server(environment.MakePlatform());
-    FillSamples(server, environment);
+    FillSamples(server);
     {
         LeasesDialog dialog(server.GetAddressManager(), nullptr);
         camera.Take(&dialog, "LeasesDialog");
@@ -233,9 +212,6 @@ int main(int argc, char* argv[])
     QDir().mkpath(folder);
 
     Camera camera(folder);
-    QTimer boxTimer;
-    QObject::connect(&boxTimer, &QTimer::timeout, [&camera] { camera.LookForBoxes(); });
-    boxTimer.start(20);
 
     GuiTestEnvironment environment;
     TakeMainWindow(camera, environment);

@@ -8,35 +8,49 @@
 #include <utility>
 #include <vector>
 
-// Builds the bytes of a client's datagram as a DHCP client would send them,
-// independently of the server's own message writer: fixed header, magic
-// cookie, options in the order given, End. Options that the server's writer
-// never emits (50, 55, 57, 12) can be put in, and anything can be broken on
-// purpose.
+inline ByteString AddressBytes(const IPv4Address& address)
+{
+    return {address[0], address[1], address[2], address[3]};
+}
+
+// The bytes of a client's datagram as a DHCP client would send them, built
+// without the server's own writer: fixed header, magic cookie, option 53, the
+// options in the order given, End. Options the server never writes (50, 55)
+// can be put in, and the bytes can be broken on purpose afterwards.
 class ClientDatagram {
 public:
-    // op 1, htype 1, hlen 6, message type `messageType` (option 53).
-    ClientDatagram(uint8_t messageType, uint32_t xid, const std::vector<uint8_t>& chaddr);
+    // op 1, htype 1, hlen and chaddr from `chaddr` (at most 16 bytes).
+    ClientDatagram(uint8_t messageType, uint32_t xid, std::vector<uint8_t> chaddr)
+        : xid(xid), chaddr(std::move(chaddr)), messageType(messageType)
+    {
+    }
 
-    ClientDatagram& Operation(uint8_t op);
-    ClientDatagram& HardwareType(uint8_t htype);
-    // Sets hlen and chaddr; up to 16 bytes.
-    ClientDatagram& HardwareAddress(const std::vector<uint8_t>& chaddr);
-    ClientDatagram& BroadcastFlag(bool set);
-    ClientDatagram& ClientAddress(const IPv4Address& ciaddr);
-    ClientDatagram& GatewayAddress(const IPv4Address& giaddr);
-    ClientDatagram& RequestedAddress(const IPv4Address& address);   // option 50
-    ClientDatagram& ServerIdentifier(const IPv4Address& address);   // option 54
-    ClientDatagram& ParameterRequestList(const ByteString& codes);  // option 55
-    ClientDatagram& ClientIdentifier(const ByteString& identifier); // option 61
-    ClientDatagram& Option(uint8_t code, const ByteString& value);
-    ClientDatagram& WithoutMessageType();
+    ClientDatagram& Operation(uint8_t value) { return Set(op, value); }
+    ClientDatagram& BroadcastFlag(bool set) { return Set(broadcast, set); }
+    ClientDatagram& ClientAddress(const IPv4Address& address) { return Set(ciaddr, address); }
+    ClientDatagram& GatewayAddress(const IPv4Address& address) { return Set(giaddr, address); }
+    ClientDatagram& RequestedAddress(const IPv4Address& address) { return Option(50, AddressBytes(address)); }
+    ClientDatagram& ServerIdentifier(const IPv4Address& address) { return Option(54, AddressBytes(address)); }
+    ClientDatagram& ParameterRequestList(const ByteString& codes) { return Option(55, codes); }
+    ClientDatagram& ClientIdentifier(const ByteString& identifier) { return Option(61, identifier); }
+    ClientDatagram& Option(uint8_t code, const ByteString& value)
+    {
+        options.emplace_back(code, value);
+        return *this;
+    }
+    ClientDatagram& WithoutMessageType() { return Set(messageType, std::nullopt); }
 
     ByteString Bytes() const;
 
 private:
+    template <typename Field, typename Value>
+    ClientDatagram& Set(Field& field, Value value)
+    {
+        field = value;
+        return *this;
+    }
+
     uint8_t op = 1;
-    uint8_t htype = 1;
     uint32_t xid;
     bool broadcast = false;
     IPv4Address ciaddr;
@@ -46,19 +60,11 @@ private:
     std::vector<std::pair<uint8_t, ByteString>> options;
 };
 
-// The options of a datagram as they stand on the wire, in their order, read
-// without the server's parser (which skips the codes it never reads, such as
-// 1, 3, 6 and 51). Pad is skipped; End ends the walk and is listed last.
-struct WireOption {
-    uint8_t code;
-    ByteString value;
-};
-std::vector<WireOption> ReadWireOptions(const ByteString& datagram);
-// The codes only, End included.
+// The options of a sent datagram as they stand on the wire, read without the
+// server's parser (which skips codes it never reads, such as 1, 3, 6 and 51):
+// the codes in their order with End last, and the value of the first `code`.
 std::vector<uint8_t> WireOptionCodes(const ByteString& datagram);
-// The value of the first option `code`, if there is one.
 std::optional<ByteString> FindWireOption(const ByteString& datagram, uint8_t code);
 
-// A MAC address 02:00:00:00:xx:yy made from a number, for many clients.
+// A MAC address 02:00:xx:xx:xx:xx made from a number, for many clients.
 std::vector<uint8_t> TestMac(uint32_t number);
-ByteString AddressBytes(const IPv4Address& address);

@@ -3,36 +3,7 @@
 #include "foundation/AppException.h"
 
 #include <algorithm>
-
-void FakeDatagramSocket::Network::Deliver(const ByteString& datagram)
-{
-    {
-        std::lock_guard lock(mutex);
-        incoming.push_back(datagram);
-    }
-    changed.notify_all();
-}
-
-void FakeDatagramSocket::Network::FailNextReceive()
-{
-    {
-        std::lock_guard lock(mutex);
-        receiveFailurePending = true;
-    }
-    changed.notify_all();
-}
-
-void FakeDatagramSocket::Network::SetSendFailure(std::optional<int32_t> code)
-{
-    std::lock_guard lock(mutex);
-    sendFailure = code;
-}
-
-void FakeDatagramSocket::Network::SetOpenFailure(std::optional<int32_t> code)
-{
-    std::lock_guard lock(mutex);
-    openFailure = code;
-}
+#include <utility>
 
 bool FakeDatagramSocket::Network::WaitUntilIdle(std::chrono::milliseconds timeout)
 {
@@ -47,50 +18,11 @@ bool FakeDatagramSocket::Network::WaitUntilClosed(std::chrono::milliseconds time
     return changed.wait_for(lock, timeout, [this] { return !open; });
 }
 
-std::vector<FakeDatagramSocket::SentDatagram> FakeDatagramSocket::Network::TakeSent()
-{
-    std::lock_guard lock(mutex);
-    std::vector<SentDatagram> taken;
-    taken.swap(sent);
-    return taken;
-}
-
-int FakeDatagramSocket::Network::GetOpenCount() const
-{
-    std::lock_guard lock(mutex);
-    return openCount;
-}
-
-bool FakeDatagramSocket::Network::IsOpen() const
-{
-    std::lock_guard lock(mutex);
-    return open;
-}
-
-IPv4Address FakeDatagramSocket::Network::GetOpenedAddress() const
-{
-    std::lock_guard lock(mutex);
-    return openedAddress;
-}
-
-uint16_t FakeDatagramSocket::Network::GetOpenedPort() const
-{
-    std::lock_guard lock(mutex);
-    return openedPort;
-}
-
-FakeDatagramSocket::~FakeDatagramSocket()
-{
-    Close();
-}
-
 void FakeDatagramSocket::Open(const IPv4Address& listeningAddress, uint16_t port)
 {
     std::lock_guard lock(network.mutex);
-    if (network.openFailure) {
-        const int32_t code = *network.openFailure;
-        network.openFailure.reset();
-        throw AppException(code);
+    if (const auto failure = std::exchange(network.openFailure, std::nullopt)) {
+        throw AppException(*failure);
     }
     interrupted = false;
     opened = true;
@@ -112,8 +44,7 @@ std::optional<size_t> FakeDatagramSocket::Receive(uint8_t* buffer, size_t capaci
     if (interrupted) {
         return std::nullopt;
     }
-    if (network.receiveFailurePending) {
-        network.receiveFailurePending = false;
+    if (std::exchange(network.receiveFailurePending, false)) {
         throw AppException(AppException::ReceiveError);
     }
     const ByteString datagram = std::move(network.incoming.front());
@@ -125,11 +56,7 @@ std::optional<size_t> FakeDatagramSocket::Receive(uint8_t* buffer, size_t capaci
 
 void FakeDatagramSocket::Interrupt()
 {
-    {
-        std::lock_guard lock(network.mutex);
-        interrupted = true;
-    }
-    network.changed.notify_all();
+    network.Change([this] { interrupted = true; });
 }
 
 void FakeDatagramSocket::SendTo(const uint8_t* data, size_t length, const IPv4Address& destination, uint16_t port)
@@ -143,13 +70,8 @@ void FakeDatagramSocket::SendTo(const uint8_t* data, size_t length, const IPv4Ad
 
 void FakeDatagramSocket::Close()
 {
-    {
-        std::lock_guard lock(network.mutex);
-        if (!opened) {
-            return;
-        }
+    network.Change([this] {
+        network.open = network.open && !opened;
         opened = false;
-        network.open = false;
-    }
-    network.changed.notify_all();
+    });
 }

@@ -8,9 +8,10 @@
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
-#include <memory>
 #include <mutex>
 #include <optional>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 // A DatagramSocket without any network, for driving the engine from a test.
@@ -29,13 +30,13 @@ public:
     class Network {
     public:
         // Queues a datagram for Receive.
-        void Deliver(const ByteString& datagram);
+        void Deliver(const ByteString& datagram) { Change([&] { incoming.push_back(datagram); }); }
         // Makes the next Receive raise ReceiveError, as a failing socket would.
-        void FailNextReceive();
+        void FailNextReceive() { Change([&] { receiveFailurePending = true; }); }
         // Until cleared, SendTo raises this code instead of sending.
-        void SetSendFailure(std::optional<int32_t> code);
+        void SetSendFailure(std::optional<int32_t> code) { Change([&] { sendFailure = code; }); }
         // The next Open raises this code instead of binding.
-        void SetOpenFailure(std::optional<int32_t> code);
+        void SetOpenFailure(std::optional<int32_t> code) { Change([&] { openFailure = code; }); }
 
         // True once every delivered datagram has been taken and the receive
         // thread waits again: all of them have been handled then. False when
@@ -44,15 +45,31 @@ public:
         // True once no socket is open, false after `timeout`.
         bool WaitUntilClosed(std::chrono::milliseconds timeout = std::chrono::seconds(5));
         // Sent so far, and cleared.
-        std::vector<SentDatagram> TakeSent();
+        std::vector<SentDatagram> TakeSent() { return Read([&] { return std::exchange(sent, {}); }); }
 
-        int GetOpenCount() const;
-        bool IsOpen() const;
-        IPv4Address GetOpenedAddress() const;
-        uint16_t GetOpenedPort() const;
+        int GetOpenCount() const { return Read([&] { return openCount; }); }
+        bool IsOpen() const { return Read([&] { return open; }); }
+        IPv4Address GetOpenedAddress() const { return Read([&] { return openedAddress; }); }
+        uint16_t GetOpenedPort() const { return Read([&] { return openedPort; }); }
 
     private:
         friend class FakeDatagramSocket;
+
+        template <typename Action>
+        void Change(Action action)
+        {
+            {
+                std::lock_guard lock(mutex);
+                action();
+            }
+            changed.notify_all();
+        }
+        template <typename Action>
+        std::invoke_result_t<Action&> Read(Action action) const
+        {
+            std::lock_guard lock(mutex);
+            return action();
+        }
 
         mutable std::mutex mutex;
         std::condition_variable changed;
@@ -69,7 +86,7 @@ public:
     };
 
     explicit FakeDatagramSocket(Network& network) : network(network) {}
-    ~FakeDatagramSocket() override;
+    ~FakeDatagramSocket() override { Close(); }
 
     void Open(const IPv4Address& listeningAddress, uint16_t port) override;
     std::optional<size_t> Receive(uint8_t* buffer, size_t capacity) override;

@@ -6,11 +6,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <exception>
-#include <mutex>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
@@ -19,7 +19,6 @@ namespace {
 
 // Every namespace of the tests starts with this, followed by the owner's PID.
 const std::string NAMESPACE_PREFIX = "tvt";
-const std::string INTERFACE_PREFIX = "tv";
 
 std::string Checked(const std::string& command)
 {
@@ -31,11 +30,6 @@ std::string Checked(const std::string& command)
     return result.output;
 }
 
-bool ProcessExists(pid_t pid)
-{
-    return kill(pid, 0) == 0 || errno != ESRCH;
-}
-
 // A test process that crashed cannot run its destructors; its namespaces are
 // removed by the next test process instead, once their owner is gone.
 void RemoveStaleNamespaces()
@@ -44,16 +38,13 @@ void RemoveStaleNamespaces()
     std::string line;
     while (std::getline(list, line)) {
         const std::string name = line.substr(0, line.find(' '));
-        if (name.compare(0, NAMESPACE_PREFIX.size(), NAMESPACE_PREFIX) != 0) {
+        const std::string rest = name.substr(std::min(name.size(), NAMESPACE_PREFIX.size()));
+        const size_t digits = rest.find_first_not_of("0123456789");
+        if (name.rfind(NAMESPACE_PREFIX, 0) != 0 || digits == 0 || digits == std::string::npos) {
             continue;
         }
-        const std::string digits = name.substr(NAMESPACE_PREFIX.size());
-        const size_t end = digits.find_first_not_of("0123456789");
-        if (end == 0 || end == std::string::npos) {
-            continue;
-        }
-        const pid_t owner = static_cast<pid_t>(std::stol(digits.substr(0, end)));
-        if (!ProcessExists(owner)) {
+        const pid_t owner = static_cast<pid_t>(std::stol(rest.substr(0, digits)));
+        if (kill(owner, 0) != 0 && errno == ESRCH) {
             NetworkNamespaces::RunCommand("ip netns del " + name);
         }
     }
@@ -66,10 +57,8 @@ bool ProbeNamespaces()
     }
     RemoveStaleNamespaces();
     const std::string probe = NAMESPACE_PREFIX + std::to_string(getpid()) + "probe";
-    if (NetworkNamespaces::RunCommand("ip netns add " + probe).exitStatus != 0) {
-        return false;
-    }
-    return NetworkNamespaces::RunCommand("ip netns del " + probe).exitStatus == 0;
+    return NetworkNamespaces::RunCommand("ip netns add " + probe).exitStatus == 0 &&
+           NetworkNamespaces::RunCommand("ip netns del " + probe).exitStatus == 0;
 }
 
 void EnterNamespace(const std::string& name)
@@ -114,9 +103,9 @@ std::string ExecIn(const std::string& name, const std::string& command)
 
 void RunOnThreadIn(const std::string& name, const std::function<void()>& body)
 {
-    std::exception_ptr failure;
     // The namespace is a property of the thread; a thread of its own keeps
     // the caller's thread in the namespace it started in.
+    std::exception_ptr failure;
     std::thread worker([&] {
         try {
             EnterNamespace(name);
@@ -135,9 +124,7 @@ void RunOnThreadIn(const std::string& name, const std::function<void()>& body)
 
 bool NamespacePair::Available()
 {
-    static std::once_flag probed;
-    static bool available = false;
-    std::call_once(probed, [] { available = ProbeNamespaces(); });
+    static const bool available = ProbeNamespaces();
     return available;
 }
 
@@ -145,13 +132,13 @@ NamespacePair::NamespacePair(ClientSide clientSide)
 {
     static std::atomic<unsigned> nextIndex{0};
     const unsigned index = nextIndex++;
+    // Interface names have at most 15 characters: "tv" + 7 (largest PID) + 1 + 5.
     const std::string owner = std::to_string(getpid());
     const std::string suffix = std::to_string(index);
-    // Interface names have at most 15 characters: 2 + 7 (largest PID) + 1 + 5.
     serverNamespace = NAMESPACE_PREFIX + owner + "s" + suffix;
     clientNamespace = NAMESPACE_PREFIX + owner + "c" + suffix;
-    serverInterface = INTERFACE_PREFIX + owner + "s" + suffix;
-    clientInterface = INTERFACE_PREFIX + owner + "c" + suffix;
+    serverInterface = "tv" + owner + "s" + suffix;
+    clientInterface = "tv" + owner + "c" + suffix;
     // The subnet lives only inside the two namespaces; varying it by PID and
     // counter merely keeps traces of parallel tests apart.
     subnetSecondOctet = static_cast<uint8_t>(20 + getpid() % 200);

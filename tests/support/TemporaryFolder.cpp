@@ -18,21 +18,13 @@ TemporaryFolder::~TemporaryFolder()
 {
     // A test may have taken permissions away; give them back, each folder
     // before the iterator enters it, so the contents can go without root.
+    namespace fs = std::filesystem;
     std::error_code ignored;
-    std::filesystem::permissions(path, std::filesystem::perms::owner_all, std::filesystem::perm_options::add,
-                                 ignored);
-    std::filesystem::recursive_directory_iterator it(path, ignored);
-    while (!ignored && it != std::filesystem::recursive_directory_iterator()) {
+    fs::permissions(path, fs::perms::owner_all, fs::perm_options::add, ignored);
+    for (fs::recursive_directory_iterator it(path, ignored), end; !ignored && it != end; it.increment(ignored)) {
         if (it->is_directory(ignored) && !it->is_symlink(ignored)) {
-            std::filesystem::permissions(it->path(), std::filesystem::perms::owner_all,
-                                         std::filesystem::perm_options::add, ignored);
+            fs::permissions(it->path(), fs::perms::owner_all, fs::perm_options::add, ignored);
         }
-        it.increment(ignored);
     }
-    std::filesystem::remove_all(path, ignored);
-}
-
-std::string TemporaryFolder::FilePath(const std::string& name) const
-{
-    return path + "/" + name;
+    fs::remove_all(path, ignored);
 }

@@ -15,7 +15,7 @@ public:
     // The folder's absolute path, without a trailing '/'.
     const std::string& Path() const { return path; }
     // The path of `name` inside the folder; nothing is created.
-    std::string FilePath(const std::string& name) const;
+    std::string FilePath(const std::string& name) const { return path + "/" + name; }
 
 private:
     std::string path;

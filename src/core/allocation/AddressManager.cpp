@@ -3,11 +3,15 @@
 #include "config/Settings.h"
 #include "engine/TransactionManager.h"
 #include "foundation/AppException.h"
+#include "foundation/GroupReader.h"
 #include "foundation/Precondition.h"
 #include "foundation/Tools.h"
 #include "wire/DHCPMessage.h"
+#include "wire/MessageOptions.h"
 
+#include <algorithm>
 #include <filesystem>
+#include <optional>
 #include <system_error>
 
 namespace {
@@ -57,7 +61,7 @@ IPv4Address AddressManager::GetAddressForClient(const DHCPMessage& discover)
         const std::lock_guard lock(leasesMutex);
         const int row = leases.FindFirstByHardwareAddress(client);
         if (row != LeaseTable::NOT_FOUND) {
-            leases.EraseFirstByIPAddress(leases.At(static_cast<size_t>(row)).GetIPAddress());
+            EraseLeaseLocked(leases.At(static_cast<size_t>(row)).GetIPAddress());
         }
         return reserved;
     }
@@ -71,20 +75,20 @@ IPv4Address AddressManager::GetAddressForClient(const DHCPMessage& discover)
             if (leased >= settings->GetPoolStartAddress() && leased <= settings->GetPoolEndAddress()) {
                 return leased;
             }
-            leases.EraseFirstByIPAddress(leased);
+            EraseLeaseLocked(leased);
         }
     }
 
-    // 3. The address the client asked for, when anybody may have it.
-    try {
-        const IPv4Address requested = discover.Options().GetRequestedIPAddress();
+    // 3. The address the client asked for, when anybody may have it. No
+    //    option 50 just means the lowest free address follows; asking for
+    //    the option first spares the getter's OptionNotPresent, an exception
+    //    on most DISCOVERs that would cost several times the rest of the
+    //    choice.
+    const MessageOptions& options = discover.Options();
+    if (options.IsOptionPresent(MessageOptions::RequestedIPAddress)) {
+        const IPv4Address requested = options.GetRequestedIPAddress();
         if (IsAddressAvailable(requested)) {
             return requested;
-        }
-    } catch (const AppException& exception) {
-        // No option 50 just means the lowest free address follows.
-        if (exception.GetCode() != AppException::OptionNotPresent) {
-            throw;
         }
     }
 
@@ -94,19 +98,29 @@ IPv4Address AddressManager::GetAddressForClient(const DHCPMessage& discover)
 
 IPv4Address AddressManager::GetFreeAddress()
 {
-    const uint32_t first = settings->GetPoolStartAddress().ToUint32();
-    const uint32_t last = settings->GetPoolEndAddress().ToUint32();
+    const IPv4Address poolStart = settings->GetPoolStartAddress();
+    const IPv4Address poolEnd = settings->GetPoolEndAddress();
+    if (poolStart > poolEnd) {
+        throw AppException(AppException::NoAvailableAddresses);
+    }
+    // Only the pool start's own subnet can hold an available address, and
+    // that subnet is one run of addresses: [network, broadcast].
+    const uint32_t first = poolStart.ToUint32();
+    const uint32_t last =
+        std::min(poolEnd.ToUint32(), poolStart.GetBroadcastAddress(settings->GetSubnetMask()).ToUint32());
+
     const std::lock_guard lock(leasesMutex);
     const int64_t now = clock->Now();
-    // Always from the bottom: the lowest available address wins. The counter
-    // stops at `last` itself, so a pool ending at 255.255.255.255 cannot wrap.
-    for (uint32_t value = first; value <= last; ++value) {
-        const IPv4Address candidate = IPv4Address::FromUint32(value);
-        if (IsAddressAvailableLocked(candidate, now)) {
-            return candidate;
-        }
-        if (value == last) {
-            break;
+    freeAddresses.Update(leases, addressReservations, now);
+    // Always from the bottom: the lowest available address wins. The index
+    // skips reserved and leased addresses at once; each candidate it leaves
+    // is confirmed by the exact test, which also passes over the few under
+    // offer. The walk stops at `last` itself, so it cannot wrap.
+    for (std::optional<uint32_t> candidate = freeAddresses.LowestUntaken(first, last); candidate;
+         candidate = *candidate == last ? std::nullopt : freeAddresses.LowestUntaken(*candidate + 1, last)) {
+        const IPv4Address address = IPv4Address::FromUint32(*candidate);
+        if (IsAddressAvailableLocked(address, now)) {
+            return address;
         }
     }
     throw AppException(AppException::NoAvailableAddresses);
@@ -157,21 +171,31 @@ bool AddressManager::IsAddressLeasedTo(const HardwareAddress& hardwareAddress, c
 void AddressManager::AddLease(const HardwareAddress& hardwareAddress, const IPv4Address& address, int32_t duration)
 {
     const std::lock_guard lock(leasesMutex);
+    const int64_t now = clock->Now();
     // Whoever held this address loses the row; the new one goes to the end.
     leases.EraseFirstByIPAddress(address);
-    leases.Append(Lease(hardwareAddress, address, duration, clock->Now()));
+    leases.Append(Lease(hardwareAddress, address, duration, now));
+    freeAddresses.Refresh(address.ToUint32(), leases, addressReservations, now);
 }
 
 void AddressManager::RemoveLease(const IPv4Address& address)
 {
     const std::lock_guard lock(leasesMutex);
+    EraseLeaseLocked(address);
+}
+
+void AddressManager::EraseLeaseLocked(const IPv4Address& address)
+{
     leases.EraseFirstByIPAddress(address);
+    freeAddresses.Refresh(address.ToUint32(), leases, addressReservations, clock->Now());
 }
 
 void AddressManager::ReleaseLease(const IPv4Address& address)
 {
     const std::lock_guard lock(leasesMutex);
-    leases.ExpireFirstByIPAddress(address, clock->Now());
+    const int64_t now = clock->Now();
+    leases.ExpireFirstByIPAddress(address, now);
+    freeAddresses.Refresh(address.ToUint32(), leases, addressReservations, now);
 }
 
 size_t AddressManager::GetLeaseCount() const
@@ -215,12 +239,28 @@ void AddressManager::LoadLeases(const std::string& path)
     if (!Tools::FileExists(path)) {
         throw AppException(AppException::FileNotExists);
     }
+    // Taken before the read: a file changed in between is read again next time.
+    const std::string fingerprint = Tools::FileFingerprint(path);
+    {
+        const std::lock_guard lock(leasesMutex);
+        if (IsSyncedWithLocked(path, fingerprint)) {
+            return;
+        }
+    }
     // A folder, a FIFO or a device would never give a proper end of file.
     std::string contents;
     if (!IsRegularFile(path) || !Tools::ReadWholeFile(path, contents)) {
         throw AppException(AppException::FileReadingError);
     }
     UnserializeLeases(ByteString(contents.begin(), contents.end()));
+    const std::lock_guard lock(leasesMutex);
+    syncedFile = {path, fingerprint, leases.GetVersion()};
+}
+
+bool AddressManager::IsSyncedWithLocked(const std::string& path, const std::string& fingerprint) const
+{
+    return !fingerprint.empty() && syncedFile.path == path && syncedFile.fingerprint == fingerprint &&
+           syncedFile.tableVersion == leases.GetVersion();
 }
 
 void AddressManager::SaveLeases()
@@ -230,15 +270,30 @@ void AddressManager::SaveLeases()
 
 void AddressManager::SaveLeases(const std::string& path)
 {
-    const ByteString data = SerializeLeases();
+    std::vector<Lease> rows;
+    uint64_t version = 0;
+    {
+        const std::lock_guard lock(leasesMutex);
+        rows = leases.Rows();
+        version = leases.GetVersion();
+    }
+    const ByteString data = Encode(rows);
     // Silent on failure: the old file stays, and the next stop tries again.
-    Tools::ReplaceFileContents(path, std::string(data.begin(), data.end()));
+    if (Tools::ReplaceFileContents(path, std::string(data.begin(), data.end()))) {
+        const std::string fingerprint = Tools::FileFingerprint(path);
+        const std::lock_guard lock(leasesMutex);
+        syncedFile = {path, fingerprint, version};
+    }
 }
 
 ByteString AddressManager::SerializeLeases() const
 {
     // Copied under the lock, encoded outside it.
-    const std::vector<Lease> rows = GetLeases();
+    return Encode(GetLeases());
+}
+
+ByteString AddressManager::Encode(const std::vector<Lease>& rows)
+{
     std::vector<ByteString> items;
     items.reserve(rows.size());
     for (const Lease& lease : rows) {
@@ -249,16 +304,21 @@ ByteString AddressManager::SerializeLeases() const
 
 void AddressManager::UnserializeLeases(const ByteString& data)
 {
-    // Every row is decoded before the table is touched: damaged data raises
-    // FileReadingError and leaves the table as it was.
-    const std::vector<ByteString> items = Serializable::UnserializeGroup(data);
+    // Every row is decoded, in place, before the table is touched: damaged
+    // data raises FileReadingError and leaves the table as it was.
+    constexpr size_t SMALLEST_RECORD = 44; // four items, no hardware bytes
     std::vector<Lease> rows;
-    rows.reserve(items.size());
-    for (const ByteString& item : items) {
-        rows.emplace_back(item);
+    rows.reserve(data.size() / SMALLEST_RECORD);
+    GroupReader reader(data.data(), data.size());
+    const uint8_t* item = nullptr;
+    size_t size = 0;
+    while (reader.Next(item, size)) {
+        rows.emplace_back(item, size);
     }
     const std::lock_guard lock(leasesMutex);
     leases.Assign(std::move(rows));
+    // Rebuilt at the next choice, so that loading stays a plain copy.
+    freeAddresses.Invalidate();
 }
 
 // ---- Reservations -----------------------------------------------------------
@@ -284,19 +344,32 @@ void AddressManager::AddReservation(const AddressReservation& reservation)
 {
     CheckReservation(reservation, ReservationTable::NONE);
     addressReservations.Append(reservation);
+    ReservationChanged(reservation.GetIPAddress());
 }
 
 void AddressManager::ReplaceReservation(size_t index, const AddressReservation& reservation)
 {
     PRECONDITION(index < addressReservations.Size());
     CheckReservation(reservation, index);
+    const IPv4Address replaced = addressReservations.At(index).GetIPAddress();
     addressReservations.Replace(index, reservation);
+    ReservationChanged(replaced);
+    ReservationChanged(reservation.GetIPAddress());
 }
 
 void AddressManager::RemoveReservation(size_t index)
 {
     PRECONDITION(index < addressReservations.Size());
+    const IPv4Address removed = addressReservations.At(index).GetIPAddress();
     addressReservations.Remove(index);
+    ReservationChanged(removed);
+}
+
+void AddressManager::ReservationChanged(const IPv4Address& address)
+{
+    // The index shares the lease lock with the table it follows.
+    const std::lock_guard lock(leasesMutex);
+    freeAddresses.Refresh(address.ToUint32(), leases, addressReservations, clock->Now());
 }
 
 void AddressManager::CheckReservation(const AddressReservation& reservation, size_t skippedIndex) const

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "allocation/AddressReservation.h"
+#include "allocation/FreeAddressIndex.h"
 #include "allocation/Lease.h"
 #include "allocation/LeaseTable.h"
 #include "allocation/ReservationTable.h"
@@ -21,6 +22,11 @@ class TransactionManager;
 // table (written by the receive thread, read by the live view, so guarded by
 // a lock) and the reservation table (changed only while the server is
 // stopped). Addresses: 0.0.0.0 stands for none.
+//
+// No choice walks the pool or a table: the lowest free address comes from an
+// index of the taken addresses (FreeAddressIndex), and every lookup goes
+// through the tables' own indexes, so a DISCOVER costs about the same with
+// ten leases as with sixty thousand.
 class AddressManager {
 public:
     static constexpr const char* DEFAULT_LEASES_FILE = "leases.dat";
@@ -86,12 +92,18 @@ private:
     // The parts of the public operations that run with leasesMutex held.
     bool IsAddressAvailableLocked(const IPv4Address& address, int64_t now) const;
     IPv4Address GetLeasedAddressLocked(const HardwareAddress& hardwareAddress) const;
+    // Erases the first row with this address and tells the index.
+    void EraseLeaseLocked(const IPv4Address& address);
+    // Tells the index of a change of the reservation of `address`.
+    void ReservationChanged(const IPv4Address& address);
     // Raises the codes of the reservation checks; skips row `skippedIndex`.
     void CheckReservation(const AddressReservation& reservation, size_t skippedIndex) const;
 
-    // Invariant: leases is read or written only with leasesMutex held; the
-    // receive thread writes it while the live view reads it.
+    // Invariant: leases and freeAddresses are read or written only with
+    // leasesMutex held; the receive thread writes them while the live view
+    // reads the rows. freeAddresses learns of every change of either table.
     LeaseTable leases;
+    FreeAddressIndex freeAddresses;
     mutable std::mutex leasesMutex;
     ReservationTable addressReservations;
     Settings* settings;
@@ -99,4 +111,17 @@ private:
     Clock systemClock;
     const Clock* clock;
     std::string leasesFilePath = DEFAULT_LEASES_FILE;
+
+    // The file the table last matched exactly, by a load or a save. Loading
+    // that file again while neither it nor the table has changed would put
+    // the same rows back, so it is skipped: the listening address is set
+    // several times on the way to a start, and each time asks for a load.
+    struct SyncedFile {
+        std::string path;
+        std::string fingerprint;
+        uint64_t tableVersion = 0;
+    };
+    SyncedFile syncedFile; // guarded by leasesMutex
+    static ByteString Encode(const std::vector<Lease>& rows);
+    bool IsSyncedWithLocked(const std::string& path, const std::string& fingerprint) const;
 };

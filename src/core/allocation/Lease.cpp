@@ -1,9 +1,10 @@
 #include "allocation/Lease.h"
 
 #include "foundation/AppException.h"
+#include "foundation/GroupReader.h"
 #include "foundation/Tools.h"
 
-#include <vector>
+#include <array>
 
 namespace {
 
@@ -16,10 +17,15 @@ constexpr size_t ADDRESS_ITEM_SIZE = 4;
     throw AppException(AppException::FileReadingError);
 }
 
-// The low 32 bits of a stored 64-bit integer; the reader keeps just these.
-int32_t LowWord(const ByteString& item)
+// The low 32 bits of a stored 64-bit integer (least significant byte
+// first), which are all the reader keeps.
+int32_t LowWord(const uint8_t* item)
 {
-    return static_cast<int32_t>(static_cast<uint32_t>(static_cast<uint64_t>(Tools::BytesToInt64(item))));
+    uint32_t word = 0;
+    for (int i = 3; i >= 0; --i) {
+        word = (word << 8) | item[i];
+    }
+    return static_cast<int32_t>(word);
 }
 
 } // namespace
@@ -37,6 +43,11 @@ Lease::Lease(const ByteString& serializedData)
     Unserialize(serializedData);
 }
 
+Lease::Lease(const uint8_t* serializedData, size_t size)
+{
+    Unserialize(serializedData, size);
+}
+
 int32_t Lease::GetRemainingTime(int64_t now) const
 {
     // Wrapping 32-bit arithmetic, done unsigned so that it is defined: the
@@ -52,6 +63,15 @@ void Lease::Expire(int64_t now)
     startTime = static_cast<int32_t>(start);
 }
 
+int64_t Lease::GetNextStateChange(int64_t now) const
+{
+    constexpr int64_t WRAP = int64_t{1} << 31;
+    const int64_t remaining = GetRemainingTime(now);
+    // Active while the remaining time counts down to 0; expired while it
+    // counts down from below 0 to -2^31, after which it wraps.
+    return remaining >= 0 ? now + remaining + 1 : now + remaining + WRAP + 1;
+}
+
 ByteString Lease::Serialize() const
 {
     return SerializeGroup({
@@ -64,20 +84,36 @@ ByteString Lease::Serialize() const
 
 void Lease::Unserialize(const ByteString& serializedData)
 {
-    // Everything is read into locals first: damaged data leaves this lease as
-    // it was.
-    const std::vector<ByteString> items = UnserializeGroup(serializedData);
-    if (items.size() != LEASE_ITEM_COUNT || items[0].size() != INTEGER_ITEM_SIZE ||
-        items[1].size() != INTEGER_ITEM_SIZE || items[3].size() != ADDRESS_ITEM_SIZE) {
+    Unserialize(serializedData.data(), serializedData.size());
+}
+
+void Lease::Unserialize(const uint8_t* serializedData, size_t size)
+{
+    // The items are taken apart in place; everything is read into locals
+    // first, so damaged data leaves this lease as it was.
+    GroupReader reader(serializedData, size);
+    std::array<const uint8_t*, LEASE_ITEM_COUNT> items{};
+    std::array<size_t, LEASE_ITEM_COUNT> sizes{};
+    size_t count = 0;
+    const uint8_t* item = nullptr;
+    size_t itemSize = 0;
+    while (reader.Next(item, itemSize)) {
+        if (count == LEASE_ITEM_COUNT) {
+            RejectData();
+        }
+        items[count] = item;
+        sizes[count] = itemSize;
+        ++count;
+    }
+    if (count != LEASE_ITEM_COUNT || sizes[0] != INTEGER_ITEM_SIZE || sizes[1] != INTEGER_ITEM_SIZE ||
+        sizes[3] != ADDRESS_ITEM_SIZE) {
         RejectData();
     }
     HardwareAddress newHardwareAddress;
-    newHardwareAddress.Unserialize(items[2]); // refuses more than 16 address bytes
-    IPv4Address newIPAddress;
-    newIPAddress.Unserialize(items[3]);
+    newHardwareAddress.Unserialize(items[2], sizes[2]); // refuses more than 16 address bytes
 
     startTime = LowWord(items[0]);
     duration = LowWord(items[1]);
     hardwareAddress = newHardwareAddress;
-    ipAddress = newIPAddress;
+    ipAddress = IPv4Address(items[3][0], items[3][1], items[3][2], items[3][3]);
 }

@@ -4,6 +4,7 @@
 #include "foundation/IPv4Address.h"
 #include "foundation/Serializable.h"
 
+#include <cstddef>
 #include <cstdint>
 
 // A hardware address holds an IP address from startTime for duration seconds.
@@ -16,8 +17,9 @@ class Lease : public Serializable {
 public:
     // startTime is `now`, seconds since the epoch.
     Lease(const HardwareAddress& hardwareAddress, const IPv4Address& ipAddress, int32_t duration, int64_t now);
-    // Raises FileReadingError for bytes that are not a well-formed lease.
+    // Raise FileReadingError for bytes that are not a well-formed lease.
     explicit Lease(const ByteString& serializedData);
+    Lease(const uint8_t* serializedData, size_t size);
 
     const HardwareAddress& GetHardwareAddress() const { return hardwareAddress; }
     IPv4Address GetIPAddress() const { return ipAddress; }
@@ -30,10 +32,17 @@ public:
     bool IsExpired(int64_t now) const { return GetRemainingTime(now) < 0; }
     // Makes the remaining time -1 at once; the duration stays.
     void Expire(int64_t now);
+    // The first second after `now` at which IsExpired answers otherwise than
+    // at `now`: one past the end of an active lease; for an expired one, the
+    // moment its 32-bit remaining time wraps round to positive (up to some 68
+    // years on).
+    int64_t GetNextStateChange(int64_t now) const;
 
     ByteString Serialize() const override;
     // Raises FileReadingError and leaves the lease unchanged on damaged data.
     void Unserialize(const ByteString& serializedData) override;
+    // The same from `size` bytes at `serializedData`, decoded in place.
+    void Unserialize(const uint8_t* serializedData, size_t size);
 
 private:
     int32_t startTime = 0;

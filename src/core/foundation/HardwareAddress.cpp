@@ -106,15 +106,20 @@ ByteString HardwareAddress::Serialize() const
 
 void HardwareAddress::Unserialize(const ByteString& serializedData)
 {
-    if (serializedData.size() < 4 || serializedData.size() - 4 > MAX_LENGTH) {
+    Unserialize(serializedData.data(), serializedData.size());
+}
+
+void HardwareAddress::Unserialize(const uint8_t* data, size_t size)
+{
+    if (size < 4 || size - 4 > MAX_LENGTH) {
         throw AppException(AppException::FileReadingError);
     }
     uint32_t storedType = 0;
     for (int i = 3; i >= 0; --i) {
-        storedType = (storedType << 8) | serializedData[i];
+        storedType = (storedType << 8) | data[i];
     }
     bytes.fill(0);
-    std::copy(serializedData.begin() + 4, serializedData.end(), bytes.begin());
-    length = static_cast<uint8_t>(serializedData.size() - 4);
+    std::copy(data + 4, data + size, bytes.begin());
+    length = static_cast<uint8_t>(size - 4);
     type = storedType;
 }

@@ -3,6 +3,7 @@
 #include "foundation/Serializable.h"
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -44,6 +45,8 @@ public:
     // Raises FileReadingError for fewer than 4 bytes or more than MAX_LENGTH
     // address bytes. The type is taken as stored, without a range test.
     void Unserialize(const ByteString& serializedData) override;
+    // The same from `size` bytes at `data`, for readers that decode in place.
+    void Unserialize(const uint8_t* data, size_t size);
 
 private:
     std::array<uint8_t, MAX_LENGTH> bytes{};

@@ -1,6 +1,6 @@
 #include "foundation/Serializable.h"
 
-#include "foundation/AppException.h"
+#include "foundation/GroupReader.h"
 #include "foundation/Precondition.h"
 
 #include <limits>
@@ -28,24 +28,11 @@ ByteString Serializable::SerializeGroup(const std::vector<ByteString>& items)
 std::vector<ByteString> Serializable::UnserializeGroup(const ByteString& serializedGroup)
 {
     std::vector<ByteString> items;
-    size_t position = 0;
-    while (position < serializedGroup.size()) {
-        // Invariant: position <= size, so the subtraction cannot wrap.
-        if (serializedGroup.size() - position < 4) {
-            throw AppException(AppException::FileReadingError);
-        }
-        uint32_t size = 0;
-        for (int i = 3; i >= 0; --i) {
-            size = (size << 8) | serializedGroup[position + i];
-        }
-        position += 4;
-        if (size > serializedGroup.size() - position) {
-            throw AppException(AppException::FileReadingError);
-        }
-        if (size > 0) {
-            items.emplace_back(serializedGroup.begin() + position, serializedGroup.begin() + position + size);
-        }
-        position += size;
+    GroupReader reader(serializedGroup.data(), serializedGroup.size());
+    const uint8_t* item = nullptr;
+    size_t size = 0;
+    while (reader.Next(item, size)) {
+        items.emplace_back(item, item + size);
     }
     return items;
 }

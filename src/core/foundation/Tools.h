@@ -52,6 +52,12 @@ void NormalizeEOL(const std::string& path);
 // ---- Files and folders -----------------------------------------------------
 
 bool FileExists(const std::string& path);
+// Device, inode, size and modification time of the file, as one text. Equal
+// texts mean the file was not replaced or written in between. Empty when the
+// file cannot be queried, or when it was modified less than 50 ms ago: the
+// file system stamps times by a coarse clock tick, so a write within that
+// tick could leave the same text behind.
+std::string FileFingerprint(const std::string& path);
 bool DirectoryExists(const std::string& path);
 // One level; a failure is ignored.
 void CreateDirectory(const std::string& path);

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <memory>
 #include <system_error>
+#include <ctime>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -184,6 +185,25 @@ bool FileExists(const std::string& path)
 {
     struct stat status;
     return ::stat(path.c_str(), &status) == 0;
+}
+
+std::string FileFingerprint(const std::string& path)
+{
+    constexpr int64_t SETTLED_NANOSECONDS = 50'000'000;
+    struct stat status;
+    timespec now;
+    if (::stat(path.c_str(), &status) != 0 || ::clock_gettime(CLOCK_REALTIME, &now) != 0) {
+        return std::string();
+    }
+    const auto nanoseconds = [](const timespec& time) {
+        return static_cast<int64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
+    };
+    if (nanoseconds(now) - nanoseconds(status.st_mtim) < SETTLED_NANOSECONDS) {
+        return std::string();
+    }
+    return std::to_string(status.st_dev) + ':' + std::to_string(status.st_ino) + ':' +
+           std::to_string(status.st_size) + ':' + std::to_string(status.st_mtim.tv_sec) + '.' +
+           std::to_string(status.st_mtim.tv_nsec);
 }
 
 bool DirectoryExists(const std::string& path)

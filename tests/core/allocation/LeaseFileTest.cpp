@@ -6,6 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <filesystem>
+
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -357,4 +360,59 @@ TEST(LeaseFileTest, ConstructionReadsLeasesDatAndDestructionSavesOnlyWithAListen
     EXPECT_EQ(CodeRaisedBy([&] { world.settings.SetPreferredListeningAddress(Address("192.168.1.11")); }), -1);
     ASSERT_EQ(world.addresses.GetLeaseCount(), 1u);
     EXPECT_EQ(world.addresses.GetLease(0).GetHardwareAddress(), Client(5));
+}
+
+TEST(LeaseFileTest, ReloadingAlwaysGivesTheFileAsItStandsNow)
+{
+    // A load of the file the table last matched is skipped; what a load gives
+    // must never show it. Files are aged by an hour, as a file from the last
+    // run would be, so that the skip really comes into play.
+    TemporaryFolder folder;
+    const std::string path = folder.FilePath("leases.dat");
+    const auto writeOld = [&](const ByteString& bytes) {
+        WriteBytes(path, bytes);
+        std::filesystem::last_write_time(path, std::filesystem::last_write_time(path) - std::chrono::hours(1));
+    };
+    AllocationWorld world;
+    writeOld(TwoLeaseFile());
+    world.addresses.LoadLeases(path);
+    ASSERT_EQ(world.addresses.GetLeaseCount(), 2u);
+
+    // A change of the table since the load: the load puts the file back.
+    world.addresses.ReleaseLease(world.addresses.GetLease(0).GetIPAddress());
+    world.addresses.AddLease(Client(9), Address("192.168.1.249"), 60);
+    world.addresses.LoadLeases(path);
+    ASSERT_EQ(world.addresses.GetLeaseCount(), 2u);
+    EXPECT_FALSE(world.addresses.GetLease(0).IsExpired(world.clock.Now()));
+
+    // A file written anew, even of the same size: read anew.
+    const ByteString other = [] {
+        AllocationWorld source;
+        source.addresses.AddLease(Client(7), Address("192.168.1.247"), 30);
+        source.addresses.AddLease(Client(8), Address("192.168.1.248"), 30);
+        return source.addresses.SerializeLeases();
+    }();
+    ASSERT_EQ(other.size(), TwoLeaseFile().size());
+    writeOld(other);
+    world.addresses.LoadLeases(path);
+    ASSERT_EQ(world.addresses.GetLeaseCount(), 2u);
+    EXPECT_EQ(world.addresses.GetLease(0).GetHardwareAddress(), Client(7));
+
+    // The skip is real: bytes changed behind an unchanged size and time are
+    // not read again while the table is as loaded.
+    const auto stamp = std::filesystem::last_write_time(path);
+    WriteBytes(path, TwoLeaseFile());
+    std::filesystem::last_write_time(path, stamp);
+    world.addresses.LoadLeases(path);
+    EXPECT_EQ(world.addresses.SerializeLeases(), other);
+
+    // After a save the same holds: a later change of the table is undone by
+    // a load, and a load right after the save gives the rows just saved.
+    world.addresses.SaveLeases(path);
+    world.addresses.RemoveLease(Address("192.168.1.247"));
+    world.addresses.LoadLeases(path);
+    EXPECT_EQ(world.addresses.GetLeaseCount(), 2u);
+    world.addresses.SaveLeases(path);
+    world.addresses.LoadLeases(path);
+    EXPECT_EQ(world.addresses.SerializeLeases(), other);
 }

@@ -2,8 +2,8 @@
 
 #include "allocation/AddressManager.h"
 #include "config/Settings.h"
-#include "foundation/AppException.h"
 #include "engine/DHCPServer.h"
+#include "foundation/AppException.h"
 #include "log/LogManager.h"
 #include "support/ClientDatagram.h"
 #include "support/FakeDatagramSocket.h"
@@ -19,58 +19,87 @@
 #include <string>
 #include <vector>
 
+using Events = std::vector<EventType>;
+using Codes = std::vector<uint8_t>;
+using Mac = std::vector<uint8_t>;
+
+inline const Mac MAC_A = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55};
+inline const Mac MAC_B = {0x00, 0x11, 0x22, 0x33, 0x44, 0x66};
+inline const HardwareAddress HARDWARE_A("00:11:22:33:44:55");
+inline const IPv4Address SERVER{10, 0, 0, 1};
+inline const IPv4Address OTHER_LOCAL{10, 0, 1, 1};
+inline const IPv4Address POOL_START{10, 0, 0, 100};
+inline const IPv4Address POOL_END{10, 0, 0, 110};
+inline const IPv4Address BROADCAST{255, 255, 255, 255};
+constexpr int32_t LEASE_DURATION = 3600;
+
+// The client's messages by state: SELECTING names a server and the offered
+// address, INIT-REBOOT only the address, RENEWING/REBINDING has ciaddr only.
+inline ClientDatagram Discover(uint32_t xid, const Mac& mac) { return ClientDatagram(1, xid, mac); }
+inline ClientDatagram Selecting(uint32_t xid, const Mac& mac, IPv4Address offered, IPv4Address server = SERVER)
+{
+    return ClientDatagram(3, xid, mac).RequestedAddress(offered).ServerIdentifier(server);
+}
+inline ClientDatagram InitReboot(uint32_t xid, const Mac& mac, IPv4Address wanted)
+{
+    return ClientDatagram(3, xid, mac).RequestedAddress(wanted);
+}
+inline ClientDatagram Renewal(uint32_t xid, const Mac& mac, IPv4Address held)
+{
+    return ClientDatagram(3, xid, mac).ClientAddress(held);
+}
+
+inline Events EventsOf(const std::vector<LogItem>& items)
+{
+    Events events;
+    for (const LogItem& item : items) {
+        events.push_back(item.GetEventType());
+    }
+    return events;
+}
+
 // The whole engine on a fake socket and a manual clock: datagrams go in
-// through the receive thread, replies come out as recorded sends. The lease
-// files go to a temporary folder named by TEMP.
+// through the receive thread, replies come out as recorded sends. TEMP points
+// at a temporary folder while the harness lives, so the lease files go there.
 class EngineHarness {
 public:
-    inline static const IPv4Address SERVER_ADDRESS{10, 0, 0, 1};
-    inline static const IPv4Address OTHER_LOCAL_ADDRESS{10, 0, 1, 1};
-    inline static const IPv4Address POOL_START{10, 0, 0, 100};
-    inline static const IPv4Address POOL_END{10, 0, 0, 110};
-    inline static const IPv4Address GATEWAY{10, 0, 0, 254};
-    inline static const IPv4Address DNS1{10, 0, 0, 53};
-    inline static const IPv4Address DNS2{10, 0, 0, 54};
-    inline static const IPv4Address BROADCAST{10, 0, 0, 255};
-    inline static const IPv4Address LIMITED_BROADCAST{255, 255, 255, 255};
-    static constexpr int32_t LEASE_DURATION = 3600;
-
-    // One received reply: where it went, its bytes and its parsed header.
     struct Reply {
         FakeDatagramSocket::SentDatagram sent;
         DHCPMessage message;
 
-        std::vector<uint8_t> OptionCodes() const { return WireOptionCodes(sent.data); }
+        Codes OptionCodes() const { return WireOptionCodes(sent.data); }
         std::optional<ByteString> Option(uint8_t code) const { return FindWireOption(sent.data, code); }
-        int MessageType() const
+        int Type() const
         {
             const auto type = Option(53);
             return type && type->size() == 1 ? (*type)[0] : -1;
         }
+        IPv4Address Yiaddr() const { return message.GetYourIPAddress(); }
+        // Type, destination and the address fields in one line, e.g.
+        // "ACK to 255.255.255.255:68, ciaddr 0.0.0.0, yiaddr 10.0.0.100".
+        std::string Summary() const
+        {
+            const int type = Type();
+            return std::string(type == 2 ? "OFFER" : type == 5 ? "ACK" : type == 6 ? "NAK" : "?") + " to " +
+                   sent.destination.ToString() + ":" + std::to_string(sent.port) + ", ciaddr " +
+                   message.GetClientIPAddress().ToString() + ", yiaddr " + Yiaddr().ToString();
+        }
     };
 
-    explicit EngineHarness(std::vector<IPv4Address> localAddresses = {SERVER_ADDRESS, OTHER_LOCAL_ADDRESS})
+    explicit EngineHarness(std::vector<IPv4Address> localAddresses = {SERVER, OTHER_LOCAL})
         : localAddresses(std::move(localAddresses))
     {
-        const char* oldTemp = std::getenv("TEMP");
-        if (oldTemp != nullptr) {
-            previousTemp = oldTemp;
+        if (const char* temp = std::getenv("TEMP")) {
+            previousTemp = temp;
         }
-        setenv("TEMP", temporaryFolder.Path().c_str(), 1);
-        server = MakeServer();
-        Configure(*server->GetSettings());
+        setenv("TEMP", folder.Path().c_str(), 1);
+        ReplaceServer();
     }
-
     ~EngineHarness()
     {
         server.reset();
-        if (previousTemp) {
-            setenv("TEMP", previousTemp->c_str(), 1);
-        } else {
-            unsetenv("TEMP");
-        }
+        previousTemp ? setenv("TEMP", previousTemp->c_str(), 1) : unsetenv("TEMP");
     }
-
     EngineHarness(const EngineHarness&) = delete;
     EngineHarness& operator=(const EngineHarness&) = delete;
 
@@ -78,57 +107,46 @@ public:
     {
         ServerPlatform platform;
         platform.detectLocalAddresses = [this] { return localAddresses; };
-        platform.createSocket = [this]() -> std::unique_ptr<DatagramSocket> {
-            return std::make_unique<FakeDatagramSocket>(network);
-        };
+        platform.createSocket = [this] { return std::make_unique<FakeDatagramSocket>(network); };
         platform.canBindPrivilegedPort = [] { return true; };
         platform.clock = &clock;
         return platform;
     }
 
-    std::unique_ptr<DHCPServer> MakeServer() { return std::make_unique<DHCPServer>(Platform()); }
-
-    // Pool 10.0.0.100-110/24, gateway, two DNS servers, one hour, and a log
-    // that keeps everything, ignored messages too.
-    void Configure(Settings& settings) const
-    {
-        settings.SetPoolStartAddress(POOL_START);
-        settings.SetPoolEndAddress(POOL_END);
-        settings.SetSubnetMask(24);
-        settings.SetDefaultGateway(GATEWAY);
-        settings.SetDNSAddress1(DNS1);
-        settings.SetDNSAddress2(DNS2);
-        settings.SetLeaseDuration(LEASE_DURATION);
-        settings.SetLoggingEnabled(true);
-        settings.SetLogIgnoredDHCPMessages(true);
-        settings.SetLogFilePath(temporaryFolder.FilePath("log.txt"));
-    }
-
-    // The end of a run: the server object is deleted, running or not.
-    void DestroyServer() { server.reset(); }
-    // A new run on the same folder, clock and network, configured afresh.
+    // A new run on the same folder, clock and network: pool 10.0.0.100-110/24,
+    // gateway, two DNS servers, one hour, and a log that keeps everything.
     void ReplaceServer()
     {
         server.reset();
-        server = MakeServer();
-        Configure(*server->GetSettings());
+        server = std::make_unique<DHCPServer>(Platform());
+        Settings& settings = GetSettings();
+        settings.SetPoolStartAddress(POOL_START);
+        settings.SetPoolEndAddress(POOL_END);
+        settings.SetSubnetMask(24);
+        settings.SetDefaultGateway(IPv4Address(10, 0, 0, 254));
+        settings.SetDNSAddress1(IPv4Address(10, 0, 0, 53));
+        settings.SetDNSAddress2(IPv4Address(10, 0, 0, 54));
+        settings.SetLeaseDuration(LEASE_DURATION);
+        settings.SetLoggingEnabled(true);
+        settings.SetLogIgnoredDHCPMessages(true);
+        settings.SetLogFilePath(folder.FilePath("log.txt"));
         logReadIndex = 0;
     }
 
     DHCPServer& Server() { return *server; }
     Settings& GetSettings() { return *server->GetSettings(); }
     AddressManager& Addresses() { return *server->GetAddressManager(); }
+    LogManager& Log() { return *server->GetLogManager(); }
 
     void Start()
     {
         server->Start();
-        logReadIndex = server->GetLogManager()->GetLogItemCount();
+        logReadIndex = Log().GetLogItemCount();
     }
 
     // Delivers the datagram, waits until the engine has handled it, and
     // returns what it sent meanwhile.
     std::vector<Reply> Send(const ClientDatagram& datagram) { return SendBytes(datagram.Bytes()); }
-
     std::vector<Reply> SendBytes(const ByteString& bytes)
     {
         network.Deliver(bytes);
@@ -140,8 +158,6 @@ public:
         }
         return replies;
     }
-
-    // Exactly one reply expected.
     Reply SendForOne(const ClientDatagram& datagram)
     {
         std::vector<Reply> replies = Send(datagram);
@@ -151,16 +167,22 @@ public:
         }
         return std::move(replies.front());
     }
+    // For datagrams that must get no reply: what they added to the log.
+    Events Unanswered(const ClientDatagram& datagram)
+    {
+        EXPECT_TRUE(Send(datagram).empty()) << "unexpected reply";
+        return NewEvents();
+    }
 
     // The log items added since the last call (or since Start).
     std::vector<LogItem> NewLogItems()
     {
-        std::vector<LogItem> items = server->GetLogManager()->GetLogItems(logReadIndex);
+        std::vector<LogItem> items = Log().GetLogItems(logReadIndex);
         logReadIndex += items.size();
         return items;
     }
+    Events NewEvents() { return EventsOf(NewLogItems()); }
 
-    // Leases that are not expired, by address.
     std::optional<Lease> LiveLeaseOn(const IPv4Address& address)
     {
         for (const Lease& lease : Addresses().GetLeases()) {
@@ -170,25 +192,20 @@ public:
         }
         return std::nullopt;
     }
+    bool IsLeased(const IPv4Address& address) { return LiveLeaseOn(address).has_value(); }
 
     // A full DISCOVER/OFFER/REQUEST/ACK for this client; returns the address.
-    IPv4Address Obtain(const std::vector<uint8_t>& mac, uint32_t xid)
+    IPv4Address Obtain(const Mac& mac, uint32_t xid)
     {
-        const Reply offer = SendForOne(ClientDatagram(1, xid, mac));
-        const IPv4Address offered = offer.message.GetYourIPAddress();
-        const Reply ack = SendForOne(
-            ClientDatagram(3, xid, mac).RequestedAddress(offered).ServerIdentifier(SERVER_ADDRESS));
-        EXPECT_EQ(ack.MessageType(), 5);
+        const IPv4Address offered = SendForOne(Discover(xid, mac)).Yiaddr();
+        EXPECT_EQ(SendForOne(Selecting(xid, mac, offered)).Type(), 5);
         NewLogItems();
         return offered;
     }
 
-    std::string LeaseFilePath(const IPv4Address& address) const
-    {
-        return temporaryFolder.FilePath("quorvy_leases_" + address.ToString() + ".dat");
-    }
+    std::string LeaseFilePath() const { return folder.FilePath("quorvy_leases_" + SERVER.ToString() + ".dat"); }
 
-    TemporaryFolder temporaryFolder;
+    TemporaryFolder folder;
     ManualClock clock;
     FakeDatagramSocket::Network network;
     std::vector<IPv4Address> localAddresses;
@@ -198,18 +215,3 @@ private:
     std::unique_ptr<DHCPServer> server;
     size_t logReadIndex = 0;
 };
-
-// Event types and details of items, for compact comparisons.
-inline std::vector<EventType> EventsOf(const std::vector<LogItem>& items)
-{
-    std::vector<EventType> events;
-    for (const LogItem& item : items) {
-        events.push_back(item.GetEventType());
-    }
-    return events;
-}
-
-inline std::vector<uint8_t> Codes(std::initializer_list<int> codes)
-{
-    return std::vector<uint8_t>(codes.begin(), codes.end());
-}

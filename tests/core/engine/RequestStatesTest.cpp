@@ -1,242 +1,152 @@
 #include "EngineHarness.h"
 
 // REQUESTs without an open exchange: INIT-REBOOT (option 50, no option 54,
-// no ciaddr) and RENEWING/REBINDING (ciaddr, neither option), and the NAKs
-// that only these states can get.
+// no ciaddr) and RENEWING/REBINDING (ciaddr, neither option); reservations,
+// INFORM and RELEASE.
 
 namespace {
 
-const std::vector<uint8_t> MAC_A = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55};
-const std::vector<uint8_t> MAC_B = {0x00, 0x11, 0x22, 0x33, 0x44, 0x66};
-
-ClientDatagram InitReboot(uint32_t xid, const std::vector<uint8_t>& mac, const IPv4Address& requested)
+std::string NakTo(const IPv4Address& destination)
 {
-    return ClientDatagram(3, xid, mac).RequestedAddress(requested);
-}
-
-ClientDatagram Renewal(uint32_t xid, const std::vector<uint8_t>& mac, const IPv4Address& held)
-{
-    return ClientDatagram(3, xid, mac).ClientAddress(held);
-}
-
-void ExpectNak(const EngineHarness::Reply& nak)
-{
-    EXPECT_EQ(nak.MessageType(), 6);
-    EXPECT_EQ(nak.message.GetClientIPAddress(), IPv4Address());
-    EXPECT_EQ(nak.message.GetYourIPAddress(), IPv4Address());
-    EXPECT_EQ(nak.Option(54), AddressBytes(EngineHarness::SERVER_ADDRESS));
+    return "NAK to " + destination.ToString() + ":68, ciaddr 0.0.0.0, yiaddr 0.0.0.0";
 }
 
 } // namespace
 
-TEST(InitRebootTest, ClientConfirmsItsOwnAddressAndGetsABroadcastAck)
+TEST(InitRebootTest, OwnAddressIsConfirmedByABroadcastAckAndAnythingElseMetWithSilence)
 {
     EngineHarness harness;
     harness.Start();
     const IPv4Address held = harness.Obtain(MAC_A, 1);
     harness.clock.Advance(600);
-
     const auto ack = harness.SendForOne(InitReboot(2, MAC_A, held));
-    EXPECT_EQ(ack.MessageType(), 5);
-    EXPECT_EQ(ack.sent.destination, EngineHarness::LIMITED_BROADCAST);
-    EXPECT_EQ(ack.message.GetClientIPAddress(), IPv4Address());
-    EXPECT_EQ(ack.message.GetYourIPAddress(), held);
+    EXPECT_EQ(ack.Summary(), "ACK to 255.255.255.255:68, ciaddr 0.0.0.0, yiaddr 10.0.0.100");
     EXPECT_EQ(ack.Option(51), (ByteString{0, 0, 0x0e, 0x10}));
     // The lease was granted anew: it starts now.
     const auto lease = harness.LiveLeaseOn(held);
     ASSERT_TRUE(lease.has_value());
     EXPECT_EQ(lease->GetStartTime(), static_cast<int32_t>(harness.clock.Now()));
-    EXPECT_EQ(harness.Addresses().GetLeaseCount(), 1u);
-    EXPECT_EQ(EventsOf(harness.NewLogItems()), (std::vector<EventType>{DHCPRequestReceived, DHCPAckSent}));
-}
+    EXPECT_EQ(harness.NewEvents(), (Events{DHCPRequestReceived, DHCPAckSent}));
 
-TEST(InitRebootTest, AddressWithoutRecordForThisClientIsMetWithSilence)
-{
-    EngineHarness harness;
-    harness.Start();
-    const IPv4Address held = harness.Obtain(MAC_A, 1);
-
-    // Another address than the one held, a client without any lease, and a
-    // request that carries ciaddr besides option 50.
-    EXPECT_TRUE(harness.Send(InitReboot(2, MAC_A, held + 1)).empty());
-    EXPECT_TRUE(harness.Send(InitReboot(3, MAC_B, held + 2)).empty());
-    EXPECT_TRUE(harness.Send(InitReboot(4, MAC_A, held).ClientAddress(held)).empty());
-    const auto items = harness.NewLogItems();
-    EXPECT_EQ(EventsOf(items),
-              (std::vector<EventType>{DHCPRequestReceived, DHCPRequestReceived, DHCPRequestReceived}));
-    EXPECT_EQ(items[2].GetDetails(), "client hardware address = 00:11:22:33:44:55, client IP address = 10.0.0.100");
-    EXPECT_TRUE(harness.LiveLeaseOn(held).has_value());
-    EXPECT_EQ(harness.Addresses().GetLeaseCount(), 1u);
-}
-
-TEST(InitRebootTest, RequestNamingAServerWithoutOpenExchangeIsNotAnswered)
-{
-    EngineHarness harness;
-    harness.Start();
-    const IPv4Address held = harness.Obtain(MAC_A, 1);
-    for (const IPv4Address& server : {EngineHarness::SERVER_ADDRESS, IPv4Address(10, 0, 0, 2)}) {
-        EXPECT_TRUE(harness.Send(InitReboot(9, MAC_A, held).ServerIdentifier(server)).empty());
-        EXPECT_EQ(EventsOf(harness.NewLogItems()), (std::vector<EventType>{DHCPRequestReceived}));
+    const std::vector<std::pair<const char*, ClientDatagram>> unanswered = {
+        {"another address than the one held", InitReboot(3, MAC_A, held + 1)},
+        {"a client without any lease", InitReboot(4, MAC_B, held + 2)},
+        {"ciaddr besides option 50", InitReboot(5, MAC_A, held).ClientAddress(held)},
+        {"our server named without an open exchange", Selecting(6, MAC_A, held)},
+        {"another server named", Selecting(7, MAC_A, held, IPv4Address(10, 0, 0, 2))},
+        {"neither ciaddr nor options", ClientDatagram(3, 8, MAC_A)},
+    };
+    for (const auto& [name, request] : unanswered) {
+        EXPECT_EQ(harness.Unanswered(request), Events{DHCPRequestReceived}) << name;
     }
+    EXPECT_TRUE(harness.IsLeased(held));
+    EXPECT_EQ(harness.Addresses().GetLeaseCount(), 1u);
 }
 
-TEST(InitRebootTest, AddressUnderOfferToAnotherClientIsRefusedByABroadcastNak)
-{
-    EngineHarness harness;
-    harness.Start();
-    const IPv4Address held = harness.Obtain(MAC_A, 1);
-    // The lease runs out, and the address goes under offer to another client.
-    harness.clock.Advance(EngineHarness::LEASE_DURATION + 10);
-    ASSERT_EQ(harness.SendForOne(ClientDatagram(1, 2, MAC_B)).message.GetYourIPAddress(), held);
-    harness.NewLogItems();
-
-    const auto nak = harness.SendForOne(InitReboot(3, MAC_A, held).ParameterRequestList({54, 6, 3, 1, 51}));
-    ExpectNak(nak);
-    EXPECT_EQ(nak.sent.destination, EngineHarness::LIMITED_BROADCAST);
-    EXPECT_EQ(nak.sent.port, 68);
-    // A NAK never honours option 55 and carries nothing of the configuration.
-    EXPECT_EQ(nak.OptionCodes(), Codes({53, 54, 255}));
-    EXPECT_EQ(nak.sent.data.size(), 250u);
-    EXPECT_EQ(EventsOf(harness.NewLogItems()), (std::vector<EventType>{DHCPRequestReceived, DHCPNakSent}));
-}
-
-TEST(InitRebootTest, NakEchoesTheClientIdentifier)
+TEST(InitRebootTest, AddressUnderOfferToAnotherClientGetsABroadcastNakWithoutOption55Order)
 {
     EngineHarness harness;
     harness.Start();
     const ByteString identifier = {1, 0x00, 0x11, 0x22, 0x33, 0x44, 0x55};
-    const auto offer = harness.SendForOne(ClientDatagram(1, 1, MAC_A).ClientIdentifier(identifier));
-    const IPv4Address held = offer.message.GetYourIPAddress();
-    harness.SendForOne(ClientDatagram(3, 1, MAC_A)
-                           .ClientIdentifier(identifier)
-                           .RequestedAddress(held)
-                           .ServerIdentifier(EngineHarness::SERVER_ADDRESS));
-    harness.clock.Advance(EngineHarness::LEASE_DURATION + 10);
-    harness.SendForOne(ClientDatagram(1, 2, MAC_B)); // puts `held` under offer
+    const IPv4Address held = harness.SendForOne(Discover(1, MAC_A).ClientIdentifier(identifier)).Yiaddr();
+    ASSERT_EQ(harness.SendForOne(Selecting(1, MAC_A, held).ClientIdentifier(identifier)).Type(), 5);
+    // The lease runs out, and the address goes under offer to another client.
+    harness.clock.Advance(LEASE_DURATION + 10);
+    ASSERT_EQ(harness.SendForOne(Discover(2, MAC_B)).Yiaddr(), held);
+    harness.NewLogItems();
 
-    const auto nak = harness.SendForOne(InitReboot(3, MAC_A, held).ClientIdentifier(identifier));
-    ExpectNak(nak);
-    EXPECT_EQ(nak.OptionCodes(), Codes({53, 54, 61, 255}));
+    const auto nak = harness.SendForOne(
+        InitReboot(3, MAC_A, held).ClientIdentifier(identifier).ParameterRequestList({54, 6, 3, 1, 51}));
+    EXPECT_EQ(nak.Summary(), NakTo(BROADCAST));
+    EXPECT_EQ(nak.Option(54), AddressBytes(SERVER));
+    // Nothing of the configuration and no order from option 55; the client
+    // identifier is echoed.
+    EXPECT_EQ(nak.OptionCodes(), (Codes{53, 54, 61, 255}));
     EXPECT_EQ(nak.Option(61), identifier);
+    EXPECT_EQ(nak.sent.data.size(), 240u + 3 + 6 + 9 + 1);
+    EXPECT_EQ(harness.NewEvents(), (Events{DHCPRequestReceived, DHCPNakSent}));
 }
 
-TEST(InitRebootTest, ReservedClientConfirmsItsReservationEvenThoughReservedAddressesAreNeverAvailable)
-{
-    EngineHarness harness;
-    const IPv4Address reserved = EngineHarness::POOL_START + 4;
-    harness.Addresses().AddReservation(AddressReservation(HardwareAddress("00:11:22:33:44:55"), reserved));
-    harness.Start();
-    ASSERT_EQ(harness.Obtain(MAC_A, 1), reserved);
-    const auto ack = harness.SendForOne(InitReboot(2, MAC_A, reserved));
-    EXPECT_EQ(ack.MessageType(), 5);
-    EXPECT_EQ(ack.message.GetYourIPAddress(), reserved);
-}
-
-TEST(RenewalTest, HeldAddressIsRenewedByUnicastToCiaddr)
+TEST(RenewalTest, HeldOrFreeAddressIsRenewedByUnicastToCiaddr)
 {
     EngineHarness harness;
     harness.Start();
     const IPv4Address held = harness.Obtain(MAC_A, 1);
     harness.clock.Advance(1800);
-
     const auto ack = harness.SendForOne(Renewal(2, MAC_A, held).ParameterRequestList({1, 3, 6, 51}));
-    EXPECT_EQ(ack.MessageType(), 5);
-    EXPECT_EQ(ack.sent.destination, held);
-    EXPECT_EQ(ack.sent.port, 68);
-    EXPECT_EQ(ack.message.GetClientIPAddress(), held);
-    EXPECT_EQ(ack.message.GetYourIPAddress(), held);
-    EXPECT_EQ(ack.OptionCodes(), Codes({1, 3, 6, 51, 28, 53, 54, 255}));
+    EXPECT_EQ(ack.Summary(), "ACK to 10.0.0.100:68, ciaddr 10.0.0.100, yiaddr 10.0.0.100");
+    EXPECT_EQ(ack.OptionCodes(), (Codes{1, 3, 6, 51, 28, 53, 54, 255}));
     const auto lease = harness.LiveLeaseOn(held);
     ASSERT_TRUE(lease.has_value());
     EXPECT_EQ(lease->GetStartTime(), static_cast<int32_t>(harness.clock.Now()));
     EXPECT_EQ(harness.Addresses().GetLeaseCount(), 1u);
-
     const auto items = harness.NewLogItems();
-    ASSERT_EQ(EventsOf(items), (std::vector<EventType>{DHCPRequestReceived, DHCPAckSent}));
-    EXPECT_EQ(items[0].GetDetails(), "client hardware address = 00:11:22:33:44:55, client IP address = 10.0.0.100");
-    EXPECT_EQ(items[1].GetDetails(), "client hardware address = 00:11:22:33:44:55, client IP address = 10.0.0.100");
+    ASSERT_EQ(EventsOf(items), (Events{DHCPRequestReceived, DHCPAckSent}));
+    for (const LogItem& item : items) {
+        EXPECT_EQ(item.GetDetails(), "client hardware address = 00:11:22:33:44:55, client IP address = 10.0.0.100");
+    }
+
+    // A free pool address instead: the lease moves there.
+    EXPECT_EQ(harness.SendForOne(Renewal(3, MAC_A, held + 5)).Summary(),
+              "ACK to 10.0.0.105:68, ciaddr 10.0.0.105, yiaddr 10.0.0.105");
+    EXPECT_FALSE(harness.IsLeased(held));
+    EXPECT_TRUE(harness.IsLeased(held + 5));
 }
 
-TEST(RenewalTest, RenewingAnotherClientsAddressGetsANakAndLosesTheOwnLease)
+TEST(RenewalTest, AddressTheClientDoesNotHoldGetsANakToCiaddr)
 {
     EngineHarness harness;
     harness.Start();
     const IPv4Address heldByA = harness.Obtain(MAC_A, 1);
     const IPv4Address heldByB = harness.Obtain(MAC_B, 2);
+    const IPv4Address offeredToC = harness.SendForOne(Discover(3, TestMac(3))).Yiaddr();
 
-    const auto nak = harness.SendForOne(Renewal(3, MAC_A, heldByB));
-    ExpectNak(nak);
-    EXPECT_EQ(nak.sent.destination, heldByB); // to ciaddr, whoever holds it
-    EXPECT_EQ(nak.OptionCodes(), Codes({53, 54, 255}));
-    EXPECT_EQ(harness.Addresses().GetLeasedAddress(HardwareAddress("00:11:22:33:44:55")), IPv4Address());
-    EXPECT_FALSE(harness.LiveLeaseOn(heldByA).has_value());
-    EXPECT_TRUE(harness.LiveLeaseOn(heldByB).has_value());
+    // Outside the pool, or under offer: refused before A's own lease is
+    // looked at, so that stays.
+    for (const IPv4Address& refused : {POOL_END + 1, offeredToC}) {
+        EXPECT_EQ(harness.SendForOne(Renewal(4, MAC_A, refused)).Summary(), NakTo(refused));
+        EXPECT_TRUE(harness.IsLeased(heldByA)) << refused.ToString();
+    }
+    harness.NewLogItems();
+
+    // Held by another client: NAK, and A's own lease is gone.
+    const auto nak = harness.SendForOne(Renewal(5, MAC_A, heldByB));
+    EXPECT_EQ(nak.Summary(), NakTo(heldByB));
+    EXPECT_EQ(nak.OptionCodes(), (Codes{53, 54, 255}));
+    EXPECT_EQ(harness.Addresses().GetLeasedAddress(HARDWARE_A), IPv4Address());
+    EXPECT_FALSE(harness.IsLeased(heldByA));
+    EXPECT_TRUE(harness.IsLeased(heldByB));
     const auto items = harness.NewLogItems();
-    ASSERT_EQ(EventsOf(items), (std::vector<EventType>{DHCPRequestReceived, DHCPNakSent}));
+    ASSERT_EQ(EventsOf(items), (Events{DHCPRequestReceived, DHCPNakSent}));
     EXPECT_EQ(items[1].GetDetails(), "client hardware address = 00:11:22:33:44:55, client IP address = 10.0.0.101");
 }
 
-TEST(RenewalTest, RenewingAFreePoolAddressMovesTheLeaseThere)
+TEST(ReservationTest, ReservedAddressesInsideAndOutsideThePoolGoToTheirClientsOnly)
 {
     EngineHarness harness;
+    const IPv4Address inside = POOL_START + 4;
+    const IPv4Address outside(10, 0, 0, 50);
+    harness.Addresses().AddReservation(AddressReservation(HARDWARE_A, inside));
+    harness.Addresses().AddReservation(AddressReservation(HardwareAddress("00:11:22:33:44:66"), outside));
     harness.Start();
-    const IPv4Address held = harness.Obtain(MAC_A, 1);
-    const auto ack = harness.SendForOne(Renewal(2, MAC_A, held + 5));
-    EXPECT_EQ(ack.MessageType(), 5);
-    EXPECT_EQ(ack.message.GetYourIPAddress(), held + 5);
-    EXPECT_FALSE(harness.LiveLeaseOn(held).has_value());
-    EXPECT_TRUE(harness.LiveLeaseOn(held + 5).has_value());
-}
+    EXPECT_EQ(harness.Obtain(MAC_A, 1), inside);
+    EXPECT_EQ(harness.Obtain(MAC_B, 2), outside);
+    EXPECT_TRUE(harness.IsLeased(inside));
+    EXPECT_TRUE(harness.IsLeased(outside));
+    EXPECT_EQ(harness.Obtain(TestMac(9), 3), POOL_START);
 
-TEST(RenewalTest, AddressOutsideThePoolIsRefusedAndTheLeaseStays)
-{
-    EngineHarness harness;
-    const IPv4Address reservedOutside(10, 0, 0, 50);
-    harness.Addresses().AddReservation(AddressReservation(HardwareAddress("00:11:22:33:44:55"), reservedOutside));
-    harness.Start();
-    ASSERT_EQ(harness.Obtain(MAC_A, 1), reservedOutside);
-
-    // Below the pool start (the client's own reservation) and above its end.
-    for (const IPv4Address& address : {reservedOutside, EngineHarness::POOL_END + 1}) {
-        const auto nak = harness.SendForOne(Renewal(2, MAC_A, address));
-        ExpectNak(nak);
-        EXPECT_EQ(nak.sent.destination, address);
-    }
-    // Refused before the old lease is looked at.
-    EXPECT_TRUE(harness.LiveLeaseOn(reservedOutside).has_value());
-}
-
-TEST(RenewalTest, ReservedClientRenewsItsReservationButNothingElse)
-{
-    EngineHarness harness;
-    const IPv4Address reserved = EngineHarness::POOL_START + 4;
-    harness.Addresses().AddReservation(AddressReservation(HardwareAddress("00:11:22:33:44:55"), reserved));
-    harness.Start();
-    ASSERT_EQ(harness.Obtain(MAC_A, 1), reserved);
-    EXPECT_EQ(harness.SendForOne(Renewal(2, MAC_A, reserved)).MessageType(), 5);
-    const auto nak = harness.SendForOne(Renewal(3, MAC_A, EngineHarness::POOL_START));
-    ExpectNak(nak);
-    // Refused at the reservation test, before the old lease is touched.
-    EXPECT_TRUE(harness.LiveLeaseOn(reserved).has_value());
-}
-
-TEST(RenewalTest, AddressUnderOfferIsRefused)
-{
-    EngineHarness harness;
-    harness.Start();
-    const IPv4Address held = harness.Obtain(MAC_A, 1);
-    const IPv4Address offeredToB = harness.SendForOne(ClientDatagram(1, 2, MAC_B)).message.GetYourIPAddress();
-    ExpectNak(harness.SendForOne(Renewal(3, MAC_A, offeredToB)));
-    // The transaction test comes before the removal of the old lease.
-    EXPECT_TRUE(harness.LiveLeaseOn(held).has_value());
-}
-
-TEST(RenewalTest, RequestWithoutCiaddrOrOptionsIsLoggedOnly)
-{
-    EngineHarness harness;
-    harness.Start();
-    EXPECT_TRUE(harness.Send(ClientDatagram(3, 2, MAC_A)).empty());
-    EXPECT_EQ(EventsOf(harness.NewLogItems()), (std::vector<EventType>{DHCPRequestReceived}));
+    // Reserved addresses are never available, yet their client confirms and
+    // renews its own.
+    EXPECT_EQ(harness.SendForOne(InitReboot(4, MAC_A, inside)).Summary(),
+              "ACK to 255.255.255.255:68, ciaddr 0.0.0.0, yiaddr 10.0.0.104");
+    EXPECT_EQ(harness.SendForOne(Renewal(5, MAC_A, inside)).Type(), 5);
+    // Another address is refused at the reservation test, before the old
+    // lease is touched.
+    EXPECT_EQ(harness.SendForOne(Renewal(6, MAC_A, POOL_START + 1)).Summary(), NakTo(POOL_START + 1));
+    EXPECT_TRUE(harness.IsLeased(inside));
+    // Renewals stay inside the pool, even for a reservation outside it.
+    EXPECT_EQ(harness.SendForOne(Renewal(7, MAC_B, outside)).Summary(), NakTo(outside));
+    EXPECT_TRUE(harness.IsLeased(outside));
 }
 
 TEST(InformTest, AckCarriesConfigurationButNoAddressAndNoLeaseTime)
@@ -244,43 +154,42 @@ TEST(InformTest, AckCarriesConfigurationButNoAddressAndNoLeaseTime)
     EngineHarness harness;
     harness.Start();
     const IPv4Address configuredByHand(10, 0, 0, 20);
-
     const auto unicast = harness.SendForOne(ClientDatagram(8, 1, MAC_A).ClientAddress(configuredByHand));
-    EXPECT_EQ(unicast.MessageType(), 5);
-    EXPECT_EQ(unicast.sent.destination, configuredByHand);
-    EXPECT_EQ(unicast.sent.port, 68);
-    EXPECT_EQ(unicast.message.GetClientIPAddress(), configuredByHand);
-    EXPECT_EQ(unicast.message.GetYourIPAddress(), IPv4Address());
-    EXPECT_EQ(unicast.OptionCodes(), Codes({1, 3, 6, 28, 53, 54, 255}));
-    auto items = harness.NewLogItems();
-    ASSERT_EQ(EventsOf(items), (std::vector<EventType>{DHCPInformReceived, DHCPAckSent}));
+    EXPECT_EQ(unicast.Summary(), "ACK to 10.0.0.20:68, ciaddr 10.0.0.20, yiaddr 0.0.0.0");
+    EXPECT_EQ(unicast.OptionCodes(), (Codes{1, 3, 6, 28, 53, 54, 255}));
+    const auto items = harness.NewLogItems();
+    ASSERT_EQ(EventsOf(items), (Events{DHCPInformReceived, DHCPAckSent}));
     EXPECT_EQ(items[0].GetDetails(), "");
 
     const auto broadcast = harness.SendForOne(ClientDatagram(8, 2, MAC_A));
-    EXPECT_EQ(broadcast.sent.destination, EngineHarness::LIMITED_BROADCAST);
-    EXPECT_EQ(broadcast.message.GetYourIPAddress(), IPv4Address());
-    EXPECT_FALSE(broadcast.Option(51).has_value());
+    EXPECT_EQ(broadcast.Summary(), "ACK to 255.255.255.255:68, ciaddr 0.0.0.0, yiaddr 0.0.0.0");
+    EXPECT_EQ(broadcast.OptionCodes(), (Codes{1, 3, 6, 28, 53, 54, 255}));
     EXPECT_EQ(harness.Addresses().GetLeaseCount(), 0u);
 }
 
-TEST(ReleaseTest, ReleaseEndsTheLeaseOfCiaddrWhoeverSendsIt)
+TEST(ReleaseTest, ReleaseEndsTheLeaseOfCiaddrWhoeverSendsItAndKeepsTheRow)
 {
     EngineHarness harness;
     harness.Start();
-    const IPv4Address held = harness.Obtain(MAC_A, 1);
+    const IPv4Address heldByB = harness.Obtain(MAC_B, 1);
+    const IPv4Address heldByA = harness.Obtain(MAC_A, 2);
 
     // Unknown address: logged, nothing changes.
-    EXPECT_TRUE(harness.Send(ClientDatagram(7, 2, MAC_A).ClientAddress(held + 7)).empty());
-    auto items = harness.NewLogItems();
-    ASSERT_EQ(EventsOf(items), (std::vector<EventType>{DHCPReleaseReceived}));
-    EXPECT_EQ(items[0].GetDetails(), "client hardware address = 00:11:22:33:44:55, client IP address = 10.0.0.107");
-    EXPECT_TRUE(harness.LiveLeaseOn(held).has_value());
-    EXPECT_EQ(harness.Addresses().GetLeaseCount(), 1u);
+    EXPECT_TRUE(harness.Send(ClientDatagram(7, 3, MAC_A).ClientAddress(heldByA + 7)).empty());
+    const auto items = harness.NewLogItems();
+    ASSERT_EQ(EventsOf(items), Events{DHCPReleaseReceived});
+    EXPECT_EQ(items[0].GetDetails(), "client hardware address = 00:11:22:33:44:55, client IP address = 10.0.0.108");
+    EXPECT_TRUE(harness.IsLeased(heldByA));
+    EXPECT_TRUE(harness.IsLeased(heldByB));
 
-    // Another client names the address: the lease ends, the row stays.
-    EXPECT_TRUE(harness.Send(ClientDatagram(7, 3, MAC_B).ClientAddress(held)).empty());
-    EXPECT_FALSE(harness.LiveLeaseOn(held).has_value());
-    EXPECT_EQ(harness.Addresses().GetLeaseCount(), 1u);
-    // So the next new client can have it.
-    EXPECT_EQ(harness.Obtain(TestMac(5), 4), held);
+    // Each client releases the other's address.
+    EXPECT_TRUE(harness.Send(ClientDatagram(7, 4, MAC_B).ClientAddress(heldByA)).empty());
+    EXPECT_TRUE(harness.Send(ClientDatagram(7, 5, MAC_A).ClientAddress(heldByB)).empty());
+    EXPECT_FALSE(harness.IsLeased(heldByA));
+    EXPECT_FALSE(harness.IsLeased(heldByB));
+    EXPECT_EQ(harness.Addresses().GetLeaseCount(), 2u);
+    // The row still gives A its own address rather than the lowest free one,
+    // and a new client takes the lowest.
+    EXPECT_EQ(harness.SendForOne(Discover(6, MAC_A)).Yiaddr(), heldByA);
+    EXPECT_EQ(harness.Obtain(TestMac(5), 7), heldByB);
 }

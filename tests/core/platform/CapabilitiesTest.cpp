@@ -13,7 +13,8 @@ namespace {
 
 constexpr uid_t NOBODY = 65534;
 
-enum ChildResult { Passed = 0, DropFailed = 1, StillAllowedWithoutCapability = 2, RaiseFailed = 3, NotAllowedWithCapability = 4 };
+// The exit status of the child below: 0 when both checks hold.
+enum ChildResult { Passed, DropFailed, AllowedWithoutCapability, RaiseFailed, RefusedWithCapability };
 
 // Raises CAP_NET_BIND_SERVICE into the effective set; it must be permitted.
 bool RaiseBindCapability()
@@ -27,8 +28,8 @@ bool RaiseBindCapability()
     return syscall(SYS_capset, &header, data) == 0;
 }
 
-// In a child process: become nobody while keeping the permitted set, which
-// empties the effective set; then raise only the bind capability.
+// Becomes nobody while keeping the permitted set, which empties the effective
+// set; then raises only the bind capability.
 [[noreturn]] void CheckAsUnprivilegedChild()
 {
     if (prctl(PR_SET_KEEPCAPS, 1) != 0 || setresgid(NOBODY, NOBODY, NOBODY) != 0 ||
@@ -36,12 +37,12 @@ bool RaiseBindCapability()
         _exit(DropFailed);
     }
     if (Capabilities::CanBindPrivilegedPort()) {
-        _exit(StillAllowedWithoutCapability);
+        _exit(AllowedWithoutCapability);
     }
     if (!RaiseBindCapability()) {
         _exit(RaiseFailed);
     }
-    _exit(Capabilities::CanBindPrivilegedPort() ? Passed : NotAllowedWithCapability);
+    _exit(Capabilities::CanBindPrivilegedPort() ? Passed : RefusedWithCapability);
 }
 
 } // namespace
@@ -52,7 +53,6 @@ TEST(CapabilitiesTest, RootOrTheBindCapabilityAllowsPrivilegedPorts)
         GTEST_SKIP() << "needs root to drop and raise capabilities";
     }
     EXPECT_TRUE(Capabilities::CanBindPrivilegedPort());
-
     const pid_t child = fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
@@ -70,11 +70,13 @@ TEST(CapabilitiesTest, PrivilegedPortsFollowTheNamespaceSetting)
         GTEST_SKIP() << NamespacePair::SKIP_MESSAGE;
     }
     const NamespacePair pair;
-    const std::string& ns = pair.ServerNamespace();
-    EXPECT_TRUE(NetworkNamespaces::RunIn(ns, [] { return Capabilities::IsPrivilegedPort(67); }));
-    EXPECT_TRUE(NetworkNamespaces::RunIn(ns, [] { return Capabilities::IsPrivilegedPort(1023); }));
-    EXPECT_FALSE(NetworkNamespaces::RunIn(ns, [] { return Capabilities::IsPrivilegedPort(1024); }));
-
+    const auto isPrivileged = [&](uint16_t port) {
+        const auto check = [port] { return Capabilities::IsPrivilegedPort(port); };
+        return NetworkNamespaces::RunIn(pair.ServerNamespace(), check);
+    };
+    EXPECT_TRUE(isPrivileged(67));
+    EXPECT_TRUE(isPrivileged(1023));
+    EXPECT_FALSE(isPrivileged(1024));
     pair.RunInServer("sysctl -q -w net.ipv4.ip_unprivileged_port_start=0");
-    EXPECT_FALSE(NetworkNamespaces::RunIn(ns, [] { return Capabilities::IsPrivilegedPort(67); }));
+    EXPECT_FALSE(isPrivileged(67));
 }

@@ -1,6 +1,7 @@
 #include "foundation/AppException.h"
 #include "platform/LocalAddresses.h"
 #include "support/NetworkNamespaces.h"
+#include "support/RaisedCode.h"
 
 #include <gtest/gtest.h>
 
@@ -8,29 +9,15 @@
 
 namespace {
 
-int CodeOfFindInterfaceName(const IPv4Address& address)
-{
-    try {
-        LocalAddresses::FindInterfaceName(address);
-    } catch (const AppException& failure) {
-        return failure.GetCode();
-    }
-    return -1;
-}
-
-// Texts, so that a failure shows readable addresses.
+// Sorted texts, so that a failure shows readable addresses.
 std::vector<std::string> Texts(const std::vector<IPv4Address>& addresses)
 {
     std::vector<std::string> texts;
     for (const auto& address : addresses) {
         texts.push_back(address.ToString());
     }
+    std::sort(texts.begin(), texts.end());
     return texts;
-}
-
-std::vector<std::string> DetectIn(const std::string& name)
-{
-    return Texts(NetworkNamespaces::RunIn(name, [] { return LocalAddresses::Detect(); }));
 }
 
 } // namespace
@@ -38,8 +25,7 @@ std::vector<std::string> DetectIn(const std::string& name)
 // Only reads the host's interfaces; nothing is sent.
 TEST(LocalAddressesTest, HostAddressesExcludeLoopbackAndEachHasAnInterface)
 {
-    const auto addresses = LocalAddresses::Detect();
-    for (const auto& address : addresses) {
+    for (const auto& address : LocalAddresses::Detect()) {
         EXPECT_NE(address[0], 127) << address.ToString();
         EXPECT_FALSE(LocalAddresses::FindInterfaceName(address).empty()) << address.ToString();
     }
@@ -51,31 +37,31 @@ TEST(LocalAddressesTest, InsideNamespaceOnlyAddressesOfInterfacesThatAreUp)
         GTEST_SKIP() << NamespacePair::SKIP_MESSAGE;
     }
     const NamespacePair pair;
-    const std::string& ns = pair.ServerNamespace();
+    const auto inServer = [&](auto function) { return NetworkNamespaces::RunIn(pair.ServerNamespace(), function); };
+    const auto detect = [] { return Texts(LocalAddresses::Detect()); };
+    const auto interfaceOf = [](const IPv4Address& address) {
+        return [address] { return LocalAddresses::FindInterfaceName(address); };
+    };
 
     // Loopback is up there and carries 127.0.0.1, which must not be listed.
-    EXPECT_EQ(NetworkNamespaces::RunIn(ns, [] { return LocalAddresses::FindInterfaceName(IPv4Address(127, 0, 0, 1)); }),
-              "lo");
-    EXPECT_EQ(DetectIn(ns), Texts({pair.ServerAddress()}));
-    EXPECT_EQ(NetworkNamespaces::RunIn(ns, [&] { return LocalAddresses::FindInterfaceName(pair.ServerAddress()); }),
-              pair.ServerInterface());
+    EXPECT_EQ(inServer(interfaceOf(IPv4Address(127, 0, 0, 1))), "lo");
+    EXPECT_EQ(inServer(detect), Texts({pair.ServerAddress()}));
+    EXPECT_EQ(inServer(interfaceOf(pair.ServerAddress())), pair.ServerInterface());
 
     // An interface that is down keeps its address out of the list, but still
     // carries it; once up, its address is listed too.
     const IPv4Address extraAddress(192, 168, 77, 1);
     pair.RunInServer("ip link add tvextra type veth peer name tvextrapeer");
     pair.RunInServer("ip address add 192.168.77.1/24 dev tvextra");
-    EXPECT_EQ(DetectIn(ns), Texts({pair.ServerAddress()}));
-    EXPECT_EQ(NetworkNamespaces::RunIn(ns, [&] { return LocalAddresses::FindInterfaceName(extraAddress); }),
-              "tvextra");
+    EXPECT_EQ(inServer(detect), Texts({pair.ServerAddress()}));
+    EXPECT_EQ(inServer(interfaceOf(extraAddress)), "tvextra");
     pair.RunInServer("ip link set tvextra up");
-    auto addresses = DetectIn(ns);
-    std::sort(addresses.begin(), addresses.end());
-    EXPECT_EQ(addresses, Texts({pair.ServerAddress(), extraAddress}));
+    EXPECT_EQ(inServer(detect), Texts({pair.ServerAddress(), extraAddress}));
 
     // The client's address lives in the other namespace only.
-    EXPECT_EQ(NetworkNamespaces::RunIn(ns, [&] { return CodeOfFindInterfaceName(pair.ClientAddress()); }),
-              AppException::CannotDetermineInterfaceName);
-    EXPECT_EQ(NetworkNamespaces::RunIn(ns, [] { return CodeOfFindInterfaceName(IPv4Address()); }),
-              AppException::CannotDetermineInterfaceName);
+    for (const IPv4Address& address : {pair.ClientAddress(), IPv4Address()}) {
+        EXPECT_EQ(inServer([&] { return CodeRaisedBy(interfaceOf(address)); }),
+                  AppException::CannotDetermineInterfaceName)
+            << address.ToString();
+    }
 }

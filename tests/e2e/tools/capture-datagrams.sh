@@ -40,8 +40,9 @@ trap cleanup EXIT
 [ "$(id -u)" = 0 ] || { echo "run as root" >&2; exit 1; }
 
 echo "building the capture tool"
-g++ -std=c++20 -O1 -Wall -Wextra -I"$ROOT/src/core" "$ROOT/tests/e2e/tools/capture_datagrams.cpp" \
-    "$ROOT"/src/core/platform/*.cpp "$ROOT"/src/core/foundation/*.cpp -pthread -o "$WORK/capture"
+g++ -std=c++20 -O1 -Wall -Wextra -I"$ROOT/src/core" -I"$ROOT/tests" "$ROOT/tests/e2e/tools/capture_datagrams.cpp" \
+    "$ROOT/tests/support/ClientDatagram.cpp" "$ROOT"/src/core/platform/*.cpp "$ROOT"/src/core/foundation/*.cpp \
+    -pthread -o "$WORK/capture"
 
 cat > "$WORK/hook.sh" <<HOOK
 #!/bin/sh
@@ -80,7 +81,8 @@ remove_namespaces() {
 
 start_capture() {
     local prefix=$1
-    ip netns exec "$SERVER_NS" "$WORK/capture" "$SERVER_ADDRESS" "$OFFERED_ADDRESS" "$WORK/$prefix" 30 \
+    # Ended by the time-out when the client never gets as far as a REQUEST.
+    timeout 30 ip netns exec "$SERVER_NS" "$WORK/capture" "$SERVER_ADDRESS" "$OFFERED_ADDRESS" "$WORK/$prefix" \
         2> "$WORK/capture-$prefix.log" &
     CAPTURE_PID=$!
     for _ in $(seq 50); do

@@ -1,0 +1,449 @@
+#!/bin/bash
+# The performance figures of the program, in one run:
+#
+#   sudo bench/perf.sh [build-dir]        (default: build; builds nothing)
+#
+# Needs from the build dir: src/gui/quorvy, bench/FixedReplyResponder,
+# bench/LeaseFileLoad and bench/AllocationBench; perfdhcp (package kea-admin)
+# and nft (nftables).
+#
+# All DHCP traffic stays inside two network namespaces this script creates and
+# removes (also on failure or interrupt): the server on one end of a veth pair,
+# perfdhcp on the other. The server runs on CPU 0, perfdhcp on CPU 1.
+#
+# perfdhcp plays broadcast clients: its templates carry giaddr 0, hops 0 and
+# the broadcast flag, so the server treats them as clients on its own link and
+# answers to 255.255.255.255:68. perfdhcp itself listens on port 67 of its own
+# address; a stateless nftables rule in the client namespace hands the
+# broadcast replies to that socket. An exchange counts as complete when the ACK
+# of its REQUEST came back; perfdhcp waits one more second after each run for
+# answers still on their way.
+#
+# Cases (RUNS runs of DURATION seconds each, a fresh server for every run,
+# medians printed):
+#   (a) the fixed-reply responder at flood: the floor of the load generator;
+#   (b) quorvy -m -s at RATE exchanges/s offered, CLIENTS distinct clients,
+#       logging off;  (c) the same with every event type logged;
+#   (d) quorvy at flood, and its ratio to (a);
+#   (e) memory after MEMORY_EXCHANGES exchanges offered at RATE/s (at most
+#       MEMORY_SECONDS), logging off, then on: bytes per log item;
+#   (f) a lease file of LEASE_FILE_LEASES leases: its load time (LeaseFileLoad,
+#       median of 5) and the program's start-up to a bound socket with it;
+#   (g) the allocation benchmark's ratio lines.
+# Server CPU is user + system time of all its threads (/proc/<pid>/stat) over
+# the perfdhcp run, divided by the completed exchanges. Peak memory is VmHWM.
+#
+# Environment: DURATION (10), RUNS (3), RATE (8000), CLIENTS (60000),
+# MEMORY_EXCHANGES (200000), MEMORY_SECONDS (60), LEASE_FILE_LEASES (60000),
+# SKIP_ALLOCATION_BENCH (0).
+set -euo pipefail
+
+BUILD_DIR=$(realpath "${1:-build}")
+QUORVY=$BUILD_DIR/src/gui/quorvy
+RESPONDER=$BUILD_DIR/bench/FixedReplyResponder
+LEASE_FILE_LOAD=$BUILD_DIR/bench/LeaseFileLoad
+ALLOCATION_BENCH=$BUILD_DIR/bench/AllocationBench
+DURATION=${DURATION:-10}
+RUNS=${RUNS:-3}
+RATE=${RATE:-8000}
+CLIENTS=${CLIENTS:-60000}
+MEMORY_EXCHANGES=${MEMORY_EXCHANGES:-200000}
+MEMORY_SECONDS=${MEMORY_SECONDS:-60}
+LEASE_FILE_LEASES=${LEASE_FILE_LEASES:-60000}
+SKIP_ALLOCATION_BENCH=${SKIP_ALLOCATION_BENCH:-0}
+SERVER_CPU=0
+CLIENT_CPU=1
+LATE_ANSWER_WAIT_US=1000000 # perfdhcp -W: answers still on their way at the end count
+START_TIMEOUT_S=20
+STOP_TIMEOUT_S=60 # a stop saves the lease table and the whole log
+
+die() { echo "perf.sh: $*" >&2; exit 1; }
+[ "$(id -u)" = 0 ] || die "needs root (network namespaces, port 67)"
+command -v perfdhcp >/dev/null || die "perfdhcp missing (package kea-admin)"
+command -v nft >/dev/null || die "nft missing (package nftables)"
+command -v taskset >/dev/null || die "taskset missing (package util-linux)"
+for program in "$QUORVY" "$RESPONDER" "$LEASE_FILE_LOAD"; do
+    [ -x "$program" ] || die "no $program; build first (cmake --build $BUILD_DIR)"
+done
+[ "$(nproc)" -ge 2 ] || die "needs two CPUs (server and perfdhcp each on its own)"
+
+# Unique names: the PID keeps parallel runs apart; 15 characters at most.
+SERVER_NS=tvp$$s
+CLIENT_NS=tvp$$c
+SERVER_IF=tvp$$s
+CLIENT_IF=tvp$$c
+SERVER_ADDRESS=10.198.0.1
+CLIENT_ADDRESS=10.198.0.2
+POOL_START=10.198.1.1
+POOL_END=10.198.254.254
+WORK=$(mktemp -d /tmp/tarnvel-perf.XXXXXX)
+TICKS=$(getconf CLK_TCK)
+SERVER_PID=""
+PERFDHCP_PID=""
+EVENT_NAMES=(ServerStart ServerStop DHCPDiscoverReceived DHCPRequestReceived DHCPOfferSent DHCPAckSent
+    DHCPNakSent DHCPInformReceived DHCPReleaseReceived)
+
+cleanup() {
+    if [ -n "$PERFDHCP_PID" ]; then
+        kill -TERM "$PERFDHCP_PID" 2>/dev/null || true
+        wait "$PERFDHCP_PID" 2>/dev/null || true
+    fi
+    stop_server || true
+    ip netns del "$CLIENT_NS" 2>/dev/null || true
+    ip netns del "$SERVER_NS" 2>/dev/null || true
+    rm -rf "$WORK"
+}
+trap cleanup EXIT
+trap 'exit 130' INT TERM
+
+# ---- Network ---------------------------------------------------------------
+
+ip netns add "$SERVER_NS"
+ip netns add "$CLIENT_NS"
+ip link add "$SERVER_IF" netns "$SERVER_NS" type veth peer name "$CLIENT_IF" netns "$CLIENT_NS"
+ip -n "$SERVER_NS" link set lo up
+ip -n "$CLIENT_NS" link set lo up
+ip -n "$SERVER_NS" address add "$SERVER_ADDRESS/16" dev "$SERVER_IF"
+ip -n "$CLIENT_NS" address add "$CLIENT_ADDRESS/16" dev "$CLIENT_IF"
+ip -n "$SERVER_NS" link set "$SERVER_IF" up
+ip -n "$CLIENT_NS" link set "$CLIENT_IF" up
+
+# Replies to 255.255.255.255:68 become datagrams to perfdhcp's own address and
+# port, before routing and without connection tracking.
+ip netns exec "$CLIENT_NS" nft -f - <<EOF
+table ip tarnvel_perf {
+    chain replies {
+        type filter hook prerouting priority raw; policy accept;
+        iifname "$CLIENT_IF" udp dport 68 notrack ip daddr set $CLIENT_ADDRESS udp dport set 67
+    }
+}
+EOF
+
+# Templates: the fixed header (op 1, htype 1, hlen 6, hops 0, flags 0x8000,
+# giaddr 0, chaddr 02:00:00:00:00:00), the cookie, then the options.
+# DISCOVER: 53=1, 55=1,3,6, End.
+# REQUEST:  53=3, 50 at offset 243, 54 at offset 249, 55=1,3,6, End.
+# perfdhcp writes the client number into the last bytes of chaddr (-O 33).
+python3 - "$WORK" <<'EOF'
+import sys
+header = bytes([1, 1, 6, 0]) + bytes(6) + bytes([0x80, 0]) + bytes(16) + bytes([2, 0, 0, 0, 0, 0]) \
+    + bytes(10) + bytes(64) + bytes(128) + bytes([99, 130, 83, 99])
+assert len(header) == 240
+discover = header + bytes([53, 1, 1, 55, 3, 1, 3, 6, 255])
+request = header + bytes([53, 1, 3, 50, 4, 0, 0, 0, 0, 54, 4, 0, 0, 0, 0, 55, 3, 1, 3, 6, 255])
+for name, packet in (("discover.hex", discover), ("request.hex", request)):
+    with open(f"{sys.argv[1]}/{name}", "w") as file:
+        file.write(packet.hex() + "\n")
+EOF
+TEMPLATE_OPTIONS=(-T "$WORK/discover.hex" -T "$WORK/request.hex" -X 4 -O 33 -S 249 -I 243)
+
+# ---- Servers ---------------------------------------------------------------
+
+RUN=0
+RUN_FOLDER=""
+START_MS=0 # launch to bound socket, of the last start
+
+now_ms() { echo $(($(date +%s%N) / 1000000)); }
+
+# Waits until the process `$1`, named `$2`, has its socket on port 67.
+# /proc/<pid>/net shows the namespace of that process once it runs as itself.
+wait_until_bound() {
+    local pid=$1 name=$2 started
+    started=$(now_ms)
+    local deadline=$((started + START_TIMEOUT_S * 1000))
+    while [ "$(now_ms)" -lt "$deadline" ]; do
+        kill -0 "$pid" 2>/dev/null || break
+        if [ "$(cat "/proc/$pid/comm" 2>/dev/null)" = "$name" ] &&
+            awk '$2 ~ /:0043$/ { found = 1 } END { exit !found }' "/proc/$pid/net/udp" 2>/dev/null; then
+            START_MS=$(($(now_ms) - started))
+            return 0
+        fi
+        sleep 0.01
+    done
+    [ -z "$RUN_FOLDER" ] || cat "$RUN_FOLDER/server.out" >&2 2>/dev/null || true
+    die "$name did not bind port 67 within $START_TIMEOUT_S s"
+}
+
+new_run_folder() {
+    RUN=$((RUN + 1))
+    RUN_FOLDER=$WORK/run$RUN
+    mkdir -p "$RUN_FOLDER/temp"
+}
+
+start_responder() {
+    new_run_folder
+    taskset -c "$SERVER_CPU" ip netns exec "$SERVER_NS" "$RESPONDER" "$SERVER_IF" "$SERVER_ADDRESS" \
+        >"$RUN_FOLDER/server.out" 2>&1 &
+    SERVER_PID=$!
+    local name
+    name=$(basename "$RESPONDER")
+    wait_until_bound "$SERVER_PID" "${name:0:15}" # the kernel keeps 15 characters
+}
+
+# settings.cfg of a /16 pool inside the namespace subnet; logging off, or on
+# with every event type and ignored messages too. CR LF line ends.
+write_settings() {
+    local folder=$1 logging=$2 flag=False
+    [ "$logging" = 1 ] && flag=True
+    {
+        printf '%s\r\n' "PoolStartAddress $POOL_START" "PoolEndAddress $POOL_END" "SubnetMask 255.255.0.0" \
+            "LeaseDuration 3600" "PreferredListeningAddress $SERVER_ADDRESS" "MinimizeToSystemTray False" \
+            "LoggingEnabled $flag" "LogIgnoredDHCPMessages $flag" "LogFilePath \"$folder/quorvy.log\""
+        for event in "${EVENT_NAMES[@]}"; do
+            printf '%s\r\n' "LogEvent_$event $flag"
+        done
+    } >"$folder/settings.cfg"
+}
+
+# quorvy -m -s in a fresh folder: its settings and log there (the working
+# directory is its data directory), its lease file in temp/ ($TEMP). A lease
+# file given as $2 is placed there first.
+start_quorvy() {
+    local logging=$1 lease_file=${2:-}
+    new_run_folder
+    write_settings "$RUN_FOLDER" "$logging"
+    [ -z "$lease_file" ] || cp "$lease_file" "$RUN_FOLDER/temp/"
+    (cd "$RUN_FOLDER" && exec taskset -c "$SERVER_CPU" env QT_QPA_PLATFORM=offscreen TEMP="$RUN_FOLDER/temp" \
+        ip netns exec "$SERVER_NS" "$QUORVY" -m -s >"$RUN_FOLDER/server.out" 2>&1) &
+    SERVER_PID=$!
+    wait_until_bound "$SERVER_PID" quorvy
+}
+
+# SIGTERM by PID, then wait; a server that does not end in time is killed
+# and said so.
+stop_server() {
+    [ -n "$SERVER_PID" ] || return 0
+    kill -TERM "$SERVER_PID" 2>/dev/null || true
+    local waited=0
+    while kill -0 "$SERVER_PID" 2>/dev/null && [ "$waited" -lt $((STOP_TIMEOUT_S * 10)) ]; do
+        sleep 0.1
+        waited=$((waited + 1))
+    done
+    if kill -0 "$SERVER_PID" 2>/dev/null; then
+        echo "perf.sh: server $SERVER_PID did not stop within $STOP_TIMEOUT_S s; killed" >&2
+        kill -KILL "$SERVER_PID" 2>/dev/null || true
+    fi
+    wait "$SERVER_PID" 2>/dev/null || true
+    SERVER_PID=""
+}
+
+# Clock ticks of user + system time of all threads. The fields after the
+# command name, which ends with ")": utime and stime are the 12th and 13th.
+cpu_ticks() {
+    sed 's/.*) //' "/proc/$1/stat" | awk '{ print $12 + $13 }'
+}
+
+# A field of /proc/<pid>/status in KiB (VmHWM, VmRSS).
+status_kib() {
+    awk -v key="$2:" '$1 == key { print $2 }' "/proc/$1/status"
+}
+
+# ---- Load ------------------------------------------------------------------
+
+# perfdhcp with the given extra switches, bounded in time; its report goes to
+# $WORK/perfdhcp.out.
+run_perfdhcp() {
+    local seconds=$1
+    shift
+    taskset -c "$CLIENT_CPU" ip netns exec "$CLIENT_NS" timeout --kill-after=5 $((seconds + 30)) \
+        perfdhcp -4 -l "$CLIENT_ADDRESS" "${TEMPLATE_OPTIONS[@]}" -R "$CLIENTS" -W "$LATE_ANSWER_WAIT_US" "$@" \
+        "$SERVER_ADDRESS" >"$WORK/perfdhcp.out" 2>&1 &
+    PERFDHCP_PID=$!
+    wait "$PERFDHCP_PID" || true # 3: some exchanges incomplete
+    PERFDHCP_PID=""
+}
+
+# DISCOVER sent, OFFER received, REQUEST sent, ACK received of the last report.
+read_report() {
+    awk '
+        /Statistics for: DISCOVER-OFFER/ { section = "do" }
+        /Statistics for: REQUEST-ACK/ { section = "ra" }
+        /^sent packets:/ { sent[section] = $3 }
+        /^received packets:/ { received[section] = $3 }
+        END { printf "%d %d %d %d\n", sent["do"], received["do"], sent["ra"], received["ra"] }
+    ' "$WORK/perfdhcp.out"
+}
+
+# One measured run: the server is up; perfdhcp runs with the given switches.
+# Appends to file $1: exchanges/s DISCOVERs OFFERs REQUESTs ACKs incomplete-%
+# CPU-µs-per-exchange VmHWM-KiB.
+measure_run() {
+    local results=$1 seconds=$2
+    shift 2
+    local before after
+    before=$(cpu_ticks "$SERVER_PID")
+    run_perfdhcp "$seconds" "$@"
+    after=$(cpu_ticks "$SERVER_PID")
+    local hwm
+    hwm=$(status_kib "$SERVER_PID" VmHWM)
+    read -r discovers offers requests acks < <(read_report)
+    [ "$discovers" -gt 0 ] || { cat "$WORK/perfdhcp.out" >&2; die "perfdhcp sent nothing"; }
+    awk -v s="$seconds" -v d="$discovers" -v o="$offers" -v r="$requests" -v a="$acks" -v c=$((after - before)) \
+        -v t="$TICKS" -v h="$hwm" 'BEGIN {
+        printf "%.0f %d %d %d %d %.2f %.1f %d\n", a / s, d, o, r, a, (d - a) * 100 / d, (a == 0 ? 0 : c * 1e6 / t / a), h
+    }' >>"$results"
+    local rate cpu
+    read -r rate _ _ _ _ _ cpu _ < <(tail -1 "$results")
+    printf '      run: %6s exchanges/s, %d of %d complete (OFFERs %d, REQUESTs %d), %s µs CPU each, VmHWM %d KiB\n' \
+        "$rate" "$acks" "$discovers" "$offers" "$requests" "$cpu" "$hwm"
+}
+
+# Median of column $2 of file $1 (an odd number of rows).
+median() {
+    cut -d' ' -f"$2" "$1" | sort -g | awk '{ value[NR] = $1 } END { print value[int((NR + 1) / 2)] }'
+}
+
+declare -A FIGURE # case letter -> "exchanges/s lost% cpu-us hwm-MiB"
+
+print_case() {
+    local label=$1 results=$2
+    local rate discovers offers requests acks lost cpu hwm
+    rate=$(median "$results" 1)
+    discovers=$(median "$results" 2)
+    offers=$(median "$results" 3)
+    requests=$(median "$results" 4)
+    acks=$(median "$results" 5)
+    lost=$(median "$results" 6)
+    cpu=$(median "$results" 7)
+    hwm=$(awk -v k="$(median "$results" 8)" 'BEGIN { printf "%.1f", k / 1024 }')
+    FIGURE[$label]="$rate $lost $cpu $hwm"
+    echo "    exchanges per second:     $rate (median of $RUNS; runs: $(cut -d' ' -f1 "$results" | tr '\n' ' '))"
+    echo "    loss:                     $lost % of exchanges incomplete (medians: $discovers started, $acks completed;" \
+        "drops $((discovers - offers)) DISCOVER-OFFER, $((requests - acks)) REQUEST-ACK)"
+    echo "    server CPU per exchange:  $cpu µs (median; user + system, all threads)"
+    echo "    peak memory (VmHWM):      $hwm MiB (median)"
+}
+
+# RUNS runs of one case: `$1` label, `$2` how to start the server, then the
+# perfdhcp switches.
+run_case() {
+    local label=$1 start=$2
+    shift 2
+    local results=$WORK/case-$label
+    : >"$results"
+    for _ in $(seq "$RUNS"); do
+        $start
+        measure_run "$results" "$DURATION" -p "$DURATION" "$@"
+        stop_server
+    done
+    print_case "$label" "$results"
+}
+
+start_quorvy_quiet() { start_quorvy 0; }
+start_quorvy_logging() { start_quorvy 1; }
+
+# ---- The run ---------------------------------------------------------------
+
+echo "Tarnvel DHCP Server performance, $(date '+%Y-%m-%d %H:%M:%S')"
+echo "  machine: $(nproc) CPUs, $(awk -F': ' '/^model name/ { print $2; exit }' /proc/cpuinfo)"
+echo "  load average at start: $(cut -d' ' -f1-3 /proc/loadavg)"
+echo "  server on CPU $SERVER_CPU, perfdhcp on CPU $CLIENT_CPU; $RUNS runs of $DURATION s per case, $CLIENTS clients"
+echo
+
+echo "(a) fixed-reply responder, flood (the floor)"
+run_case a start_responder
+echo "(b) quorvy -m -s, $RATE exchanges/s offered, logging off"
+run_case b start_quorvy_quiet -r "$RATE"
+echo "(c) quorvy -m -s, $RATE exchanges/s offered, every event type logged"
+run_case c start_quorvy_logging -r "$RATE"
+echo "(d) quorvy -m -s, flood"
+run_case d start_quorvy_quiet
+read -r floor_rate _ <<<"${FIGURE[a]}"
+read -r flood_rate _ <<<"${FIGURE[d]}"
+FLOOD_RATIO=$(awk -v q="$flood_rate" -v f="$floor_rate" 'BEGIN { printf "%.3f", (f == 0 ? 0 : q / f) }')
+echo "    flood ratio quorvy / responder: $FLOOD_RATIO"
+
+# (e) One long run per logging mode. Resident memory is read right after the
+# start and at the end; the difference between the two modes is what the log
+# holds (the lease table and the transactions grow alike in both).
+declare -A MEMORY # logging mode -> "rss-start rss-end hwm (KiB) started completed log-items"
+memory_run() {
+    local logging=$1
+    start_quorvy "$logging"
+    local rss_start rss_end hwm
+    rss_start=$(status_kib "$SERVER_PID" VmRSS)
+    run_perfdhcp "$MEMORY_SECONDS" -r "$RATE" -n "$MEMORY_EXCHANGES" -p "$MEMORY_SECONDS"
+    rss_end=$(status_kib "$SERVER_PID" VmRSS)
+    hwm=$(status_kib "$SERVER_PID" VmHWM)
+    stop_server
+    local items=0 discovers acks
+    [ ! -f "$RUN_FOLDER/quorvy.log" ] || items=$(wc -l <"$RUN_FOLDER/quorvy.log")
+    read -r discovers _ _ acks < <(read_report)
+    MEMORY[$logging]="$rss_start $rss_end $hwm $discovers $acks $items"
+}
+mib() { awk -v k="$1" 'BEGIN { printf "%.1f", k / 1024 }'; }
+echo "(e) memory, $MEMORY_EXCHANGES exchanges offered at $RATE/s (at most $MEMORY_SECONDS s)"
+memory_run 0
+read -r off_start off_end off_hwm off_started off_acks _ <<<"${MEMORY[0]}"
+echo "    logging off: $off_acks of $off_started exchanges completed; VmRSS $(mib "$off_start") MiB after the start, $(mib "$off_end") MiB at the end; VmHWM $(mib "$off_hwm") MiB"
+memory_run 1
+read -r on_start on_end on_hwm on_started on_acks on_items <<<"${MEMORY[1]}"
+echo "    logging on:  $on_acks of $on_started exchanges completed, $on_items log items; VmRSS $(mib "$on_start") MiB after the start, $(mib "$on_end") MiB at the end; VmHWM $(mib "$on_hwm") MiB"
+BYTES_PER_ITEM=$(awk -v a="$on_start" -v b="$on_end" -v c="$off_start" -v d="$off_end" -v n="$on_items" 'BEGIN {
+    if (n == 0) { print "n/a"; exit }
+    printf "%.0f", ((b - a) - (d - c)) * 1024 / n }')
+echo "    bytes per log item:       $BYTES_PER_ITEM (RSS growth with logging minus without, per line of the log file)"
+
+echo "(f) start-up with a lease file of $LEASE_FILE_LEASES leases"
+mkdir -p "$WORK/leasefile"
+TEMP=$WORK/leasefile taskset -c "$SERVER_CPU" "$LEASE_FILE_LOAD" "$SERVER_ADDRESS" "$POOL_START" "$LEASE_FILE_LEASES" 5 |
+    tee "$WORK/leasefile.out" | sed 's/^/    /'
+LEASE_LOAD_MS=$(awk '/median/ { print ($NF == "ms" ? $(NF - 1) : $NF) }' "$WORK/leasefile.out")
+LEASE_FILE=$(ls "$WORK"/leasefile/quorvy_leases_*.dat)
+# Launch to bound socket of RUNS fresh starts, with the lease file $1 or none.
+start_times() {
+    local file=$1 times=()
+    for _ in $(seq "$RUNS"); do
+        if [ -n "$file" ]; then start_quorvy 0 "$file"; else start_quorvy 0; fi
+        times+=("$START_MS")
+        stop_server
+    done
+    START_MEDIAN_MS=$(printf '%s\n' "${times[@]}" | sort -g | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }')
+    START_SUMMARY="$START_MEDIAN_MS ms (median; runs: ${times[*]})"
+}
+start_times ""
+echo "    quorvy -m -s, launch to bound socket, no lease file:      $START_SUMMARY"
+START_EMPTY_MS=$START_MEDIAN_MS
+start_times "$LEASE_FILE"
+echo "    quorvy -m -s, launch to bound socket, with that file:     $START_SUMMARY"
+START_EXTRA_MS=$((START_MEDIAN_MS - START_EMPTY_MS))
+echo "    the file adds to the program's start-up:                  $START_EXTRA_MS ms (difference of the medians)"
+
+echo "(g) allocation benchmark"
+ALLOCATION_LINES=""
+if [ "$SKIP_ALLOCATION_BENCH" = 1 ]; then
+    echo "    skipped (SKIP_ALLOCATION_BENCH=1)"
+elif [ ! -x "$ALLOCATION_BENCH" ]; then
+    echo "    no $ALLOCATION_BENCH (Google Benchmark missing at configure time?)"
+else
+    taskset -c "$SERVER_CPU" timeout 900 "$ALLOCATION_BENCH" >"$WORK/allocation.out" 2>&1 ||
+        echo "    AllocationBench ended with status $? (output below)"
+    ALLOCATION_LINES=$(grep -E 'leases / [0-9]+ leases' "$WORK/allocation.out" || true)
+    if [ -n "$ALLOCATION_LINES" ]; then
+        echo "    ${ALLOCATION_LINES//$'\n'/$'\n'    }"
+    else
+        echo "    no ratio line in its output:"
+        tail -20 "$WORK/allocation.out" | sed 's/^/      /'
+    fi
+fi
+
+# ---- Against the targets (printed, not asserted) -----------------------------
+
+read -r b_rate b_lost b_cpu _ <<<"${FIGURE[b]}"
+read -r c_rate c_lost c_cpu _ <<<"${FIGURE[c]}"
+echo
+echo "Summary (targets in brackets; not asserted)"
+echo "  1. $RATE/s offered, logging off: $b_rate exchanges/s, $b_lost % incomplete [0], $b_cpu µs CPU per exchange [<= 45]"
+echo "     $RATE/s offered, logging on:  $c_rate exchanges/s, $c_lost % incomplete [0], $c_cpu µs CPU per exchange [<= 60]"
+echo "  2. flood: quorvy $flood_rate exchanges/s, responder $floor_rate; ratio $FLOOD_RATIO [>= 0.90]"
+if [ -n "$ALLOCATION_LINES" ]; then
+    while IFS= read -r line; do
+        echo "  3. $line [< 2]"
+    done <<<"$ALLOCATION_LINES"
+else
+    echo "  3. allocation ratio: not measured"
+fi
+echo "  4. memory after $off_acks completed exchanges (of $MEMORY_EXCHANGES offered), logging off: VmRSS $(mib "$off_end") MiB, VmHWM $(mib "$off_hwm") MiB [< 64]"
+echo "     logging on: $BYTES_PER_ITEM bytes per log item"
+echo "  5. load of a $LEASE_FILE_LEASES-lease file: $LEASE_LOAD_MS ms [< 100]; in the program's start-up: +$START_EXTRA_MS ms"
+echo "  load average at end: $(cut -d' ' -f1-3 /proc/loadavg)"

@@ -1,0 +1,349 @@
+// The dialogs on a real server's data: the two table editors (reservations
+// and additional options), the log settings, the lease view and the log
+// window. Timers are not waited for: the views' refresh is invoked directly.
+
+#include "support/GuiTest.h"
+
+#include "LeasesDialog.h"
+#include "LogBrowserDialog.h"
+#include "LogSettingsDialog.h"
+#include "RawOptionsDialog.h"
+#include "ReservationsDialog.h"
+
+#include "allocation/AddressManager.h"
+#include "config/Settings.h"
+#include "engine/DHCPServer.h"
+#include "log/LogManager.h"
+#include "wire/RawOption.h"
+
+#include <QCheckBox>
+#include <QTableWidget>
+#include <QtTest>
+
+#include <memory>
+
+namespace {
+
+const QString RESERVATIONS = QStringLiteral("Rezerwacje adresów");
+const QString OPTIONS = QStringLiteral("Dodatkowe opcje DHCP");
+const QString BAD_CODE = QStringLiteral("Kod opcji jest nieprawidłowy!");
+const QString BAD_DATA = QStringLiteral("Wprowadzono nieprawidłowe dane!");
+const QString NO_DATA = QStringLiteral("Dane muszą zawierać co najmniej jeden bajt!");
+const QString BAD_IP = QStringLiteral("Podany adres IP jest nieprawidłowy!");
+const QString BAD_MAC = QStringLiteral("Podany adres MAC jest nieprawidłowy!");
+const QString MAC_TAKEN = QStringLiteral("Istnieje już rezerwacja dotycząca podanego adresu MAC!");
+const QString IP_TAKEN = QStringLiteral("Podany adres IP jest już zarezerwowany!");
+const QString OUTSIDE = QStringLiteral("Adres IP musi być w tej samej podsieci, co adresy z puli!");
+
+QTableWidget* Table(QWidget* dialog)
+{
+    return dialog->findChild<QTableWidget*>("tableWidget");
+}
+
+QStringList Row(QWidget* dialog, int row)
+{
+    return {Table(dialog)->item(row, 0)->text(), Table(dialog)->item(row, 1)->text()};
+}
+
+QStringList Column(QWidget* dialog, int column)
+{
+    QStringList texts;
+    for (int row = 0; row < Table(dialog)->rowCount(); ++row) {
+        texts << Table(dialog)->item(row, column)->text();
+    }
+    return texts;
+}
+
+void Refresh(QObject* view)
+{
+    QVERIFY(QMetaObject::invokeMethod(view, "TimerTimeout", Qt::DirectConnection));
+}
+
+} // namespace
+
+class DialogsTest : public QObject {
+    Q_OBJECT
+
+    std::unique_ptr<GuiTestEnvironment> environment;
+    std::unique_ptr<DHCPServer> server;
+    std::unique_ptr<ModalWatcher> watcher;
+
+    // The editor titled `title` on the server's data: each has three rows.
+    std::unique_ptr<QDialog> OpenEditor(const QString& title)
+    {
+        if (title == RESERVATIONS) {
+            return std::make_unique<ReservationsDialog>(server->GetAddressManager(), nullptr);
+        }
+        return std::make_unique<RawOptionsDialog>(server->GetSettings(), nullptr);
+    }
+
+    size_t StoredCount(const QString& title)
+    {
+        return title == RESERVATIONS ? server->GetAddressManager()->GetReservationCount()
+                                     : server->GetSettings()->GetAdditionalOptions().size();
+    }
+
+private slots:
+    void init()
+    {
+        environment = std::make_unique<GuiTestEnvironment>();
+        server = std::make_unique<DHCPServer>(environment->MakePlatform());
+        Settings* settings = server->GetSettings();
+        settings->SetPoolStartAddress(IPv4Address(10, 77, 0, 100));
+        settings->SetPoolEndAddress(IPv4Address(10, 77, 0, 199));
+        settings->SetSubnetMask(24);
+        for (const std::string host : {"1", "2", "3"}) {
+            server->GetAddressManager()->AddReservation(
+                AddressReservation(HardwareAddress("00:11:22:33:44:0" + host), IPv4Address("10.77.0.10" + host)));
+        }
+        settings->GetAdditionalOptions() = {RawOption("4", "1 2 3 4"), RawOption("6", "8 8 8 8"), RawOption("15", "9")};
+        watcher = std::make_unique<ModalWatcher>();
+    }
+
+    void cleanup()
+    {
+        QVERIFY(watcher->AllAnswered());
+        watcher.reset();
+        server.reset();
+        environment.reset();
+    }
+
+    void addThroughTheFormAppendsOrRefusesWithItsBox_data()
+    {
+        QTest::addColumn<QString>("editor");
+        QTest::addColumn<QString>("first");
+        QTest::addColumn<QString>("second");
+        QTest::addColumn<QString>("box"); // empty: accepted
+        QTest::newRow("reservation") << RESERVATIONS << "00 AA BB CC DD EE" << "10.77.0.150" << QString();
+        QTest::newRow("bad IP") << RESERVATIONS << "00:11:22:33:44:99" << "10.77.0" << BAD_IP;
+        QTest::newRow("bad MAC") << RESERVATIONS << "00:11:22:33:44" << "10.77.0.150" << BAD_MAC;
+        QTest::newRow("both bad: the MAC is reported") << RESERVATIONS << "zz" << "nonsense" << BAD_MAC;
+        QTest::newRow("MAC already reserved") << RESERVATIONS << "00:11:22:33:44:01" << "10.77.0.150" << MAC_TAKEN;
+        QTest::newRow("IP already reserved") << RESERVATIONS << "00:11:22:33:44:99" << "10.77.0.101" << IP_TAKEN;
+        QTest::newRow("outside the pool's subnet") << RESERVATIONS << "00:11:22:33:44:99" << "10.77.1.150" << OUTSIDE;
+        QTest::newRow("option code used before") << OPTIONS << "4" << "192  168 1 100" << QString();
+        QTest::newRow("254 bytes") << OPTIONS << "66" << QStringList(254, "7").join(' ') << QString();
+        QTest::newRow("code 255") << OPTIONS << "255" << "1" << BAD_CODE;
+        QTest::newRow("code that is no number") << OPTIONS << "x4" << "1" << BAD_CODE;
+        QTest::newRow("both bad: the code is reported") << OPTIONS << "256" << "" << BAD_CODE;
+        QTest::newRow("data byte 255") << OPTIONS << "4" << "1 255" << BAD_DATA;
+        QTest::newRow("data word") << OPTIONS << "4" << "1 abc" << BAD_DATA;
+        QTest::newRow("no data") << OPTIONS << "4" << "" << NO_DATA;
+        QTest::newRow("255 bytes") << OPTIONS << "4" << QStringList(255, "7").join(' ')
+                                   << QStringLiteral("Dane mogą zawierać nie więcej, niż 254 bajty!");
+    }
+
+    void addThroughTheFormAppendsOrRefusesWithItsBox()
+    {
+        QFETCH(QString, editor);
+        QFETCH(QString, first);
+        QFETCH(QString, second);
+        QFETCH(QString, box);
+        const auto dialog = OpenEditor(editor);
+        const bool reservation = editor == RESERVATIONS;
+        bool stayedOpen = false;
+        QString keptText;
+        watcher->OnDialog(reservation ? "AddReservationDialog" : "AddRawOptionDialog", [&](QDialog* form) {
+            auto* firstField =
+                form->findChild<QLineEdit*>(reservation ? "lineEditHardwareAddress" : "lineEditOptionCode");
+            firstField->setText(first);
+            form->findChild<QLineEdit*>(reservation ? "lineEditIPAddress" : "lineEditData")->setText(second);
+            form->findChild<QPushButton*>("pushButtonOK")->click();
+            stayedOpen = form->isVisible();
+            keptText = firstField->text();
+            form->reject();
+        });
+
+        dialog->findChild<QPushButton*>("pushButtonAdd")->click();
+
+        QCOMPARE(stayedOpen, !box.isEmpty());
+        QCOMPARE(watcher->OnlyBox().text, box);
+        // A refused form keeps the user's text for another try.
+        QCOMPARE(keptText, first);
+        if (box.isEmpty()) {
+            QCOMPARE(StoredCount(editor), size_t(4));
+            // Shown as stored, in canonical form.
+            QCOMPARE(Row(dialog.get(), 3), Row(OpenEditor(editor).get(), 3));
+            const QString shownFirst = reservation ? QStringLiteral("00:aa:bb:cc:dd:ee") : first;
+            QCOMPARE(Row(dialog.get(), 3), QStringList({shownFirst, second.simplified()}));
+        } else {
+            // Titled like the editor, not like the form.
+            QCOMPARE(watcher->OnlyBox().title, editor);
+            QCOMPARE(watcher->OnlyBox().icon, QMessageBox::Critical);
+            QCOMPARE(StoredCount(editor), size_t(3));
+            QCOMPARE(Table(dialog.get())->rowCount(), 3);
+        }
+    }
+
+    void inPlaceEditIsStoredOrRestoredWithItsBox_data()
+    {
+        QTest::addColumn<QString>("editor");
+        QTest::addColumn<int>("column");
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("box"); // empty: accepted
+        QTest::addColumn<QStringList>("stored");
+        const QStringList reservation = {"00:11:22:33:44:01", "10.77.0.101"};
+        const QStringList option = {"4", "1 2 3 4"};
+        QTest::newRow("new IP") << RESERVATIONS << 1 << "10.77.0.111" << QString()
+                                << QStringList{"00:11:22:33:44:01", "10.77.0.111"};
+        QTest::newRow("its own MAC again") << RESERVATIONS << 0 << "00:11:22:33:44:01" << QString() << reservation;
+        QTest::newRow("outside the subnet") << RESERVATIONS << 1 << "10.99.0.1" << OUTSIDE << reservation;
+        QTest::newRow("MAC of another row") << RESERVATIONS << 0 << "00:11:22:33:44:02" << MAC_TAKEN << reservation;
+        QTest::newRow("IP of another row") << RESERVATIONS << 1 << "10.77.0.102" << IP_TAKEN << reservation;
+        QTest::newRow("emptied MAC") << RESERVATIONS << 0 << "" << BAD_MAC << reservation;
+        QTest::newRow("no IP address") << RESERVATIONS << 1 << "ten.77.0.1" << BAD_IP << reservation;
+        QTest::newRow("new data") << OPTIONS << 1 << "9  9 9 9" << QString() << QStringList{"4", "9 9 9 9"};
+        QTest::newRow("new code") << OPTIONS << 0 << "42" << QString() << QStringList{"42", "1 2 3 4"};
+        QTest::newRow("emptied data") << OPTIONS << 1 << "" << NO_DATA << option;
+        QTest::newRow("code 255") << OPTIONS << 0 << "255" << BAD_CODE << option;
+        QTest::newRow("bad byte") << OPTIONS << 1 << "1 2 300" << BAD_DATA << option;
+    }
+
+    void inPlaceEditIsStoredOrRestoredWithItsBox()
+    {
+        QFETCH(QString, editor);
+        QFETCH(int, column);
+        QFETCH(QString, text);
+        QFETCH(QString, box);
+        QFETCH(QStringList, stored);
+        const auto dialog = OpenEditor(editor);
+        const QStringList secondRow = Row(dialog.get(), 1);
+
+        Table(dialog.get())->item(0, column)->setText(text);
+
+        QCOMPARE(watcher->OnlyBox().text, box);
+        QCOMPARE(Row(OpenEditor(editor).get(), 0), stored);
+        QCOMPARE(Row(OpenEditor(editor).get(), 1), secondRow);
+        QCOMPARE(StoredCount(editor), size_t(3));
+        if (!box.isEmpty()) {
+            QCOMPARE(watcher->OnlyBox().title, editor);
+            QCOMPARE(Row(dialog.get(), 0), stored);
+        }
+    }
+
+    void removeTakesTheFirstSelectedRowOnly()
+    {
+        for (const QString& editor : {RESERVATIONS, OPTIONS}) {
+            const auto dialog = OpenEditor(editor);
+            QPushButton* remove = dialog->findChild<QPushButton*>("pushButtonRemove");
+            QVERIFY(!remove->isEnabled());
+            Table(dialog.get())->setRangeSelected(QTableWidgetSelectionRange(1, 0, 2, 1), true);
+            QVERIFY(remove->isEnabled());
+            const QStringList removed = Row(dialog.get(), Table(dialog.get())->selectedItems().first()->row());
+
+            remove->click();
+
+            QCOMPARE(StoredCount(editor), size_t(2));
+            QCOMPARE(Table(dialog.get())->rowCount(), 2);
+            QVERIFY2(Row(dialog.get(), 0) != removed && Row(dialog.get(), 1) != removed, qPrintable(editor));
+            QCOMPARE(Row(dialog.get(), 0), Row(OpenEditor(editor).get(), 0));
+            // The refill leaves nothing selected.
+            QVERIFY(!remove->isEnabled());
+        }
+        QVERIFY(watcher->boxes.empty());
+    }
+
+    void logSettingsStoreOnOkOnly()
+    {
+        Settings* settings = server->GetSettings();
+        auto dialog = std::make_unique<LogSettingsDialog>(settings, nullptr);
+        const auto box = [&dialog](const char* name) { return dialog->findChild<QCheckBox*>(name); };
+        const auto path = [&dialog] { return dialog->findChild<QLineEdit*>("lineEditLogFilePath"); };
+        const auto change = [&] {
+            box("checkBoxEnableLogging")->setChecked(true);
+            box("checkBoxLogIgnoredMessages")->setChecked(true);
+            box("checkBoxEventType_DHCPOfferSent")->setChecked(false);
+            path()->setText(QStringLiteral("logs łódź//dhcp*?.txt"));
+        };
+        QVERIFY(!box("checkBoxEnableLogging")->isChecked());
+
+        change();
+        dialog->findChild<QPushButton*>("pushButtonCancel")->click();
+        QVERIFY(!settings->GetLoggingEnabled());
+        QVERIFY(!settings->GetLogIgnoredDHCPMessages());
+        QVERIFY(settings->GetLogEventEnabled(DHCPOfferSent));
+
+        dialog = std::make_unique<LogSettingsDialog>(settings, nullptr);
+        QVERIFY(!box("checkBoxEnableLogging")->isChecked());
+        QVERIFY(box("checkBoxEventType_DHCPOfferSent")->isChecked());
+        change();
+        dialog->findChild<QPushButton*>("pushButtonOK")->click();
+        QVERIFY(settings->GetLoggingEnabled());
+        QVERIFY(settings->GetLogIgnoredDHCPMessages());
+        QVERIFY(!settings->GetLogEventEnabled(DHCPOfferSent));
+        QVERIFY(settings->GetLogEventEnabled(DHCPAckSent));
+        QCOMPARE(QString::fromStdString(settings->GetLogFilePath()), QStringLiteral("logs łódź/dhcp.txt"));
+
+        // Opened again, the form shows what was stored.
+        dialog = std::make_unique<LogSettingsDialog>(settings, nullptr);
+        QVERIFY(box("checkBoxEnableLogging")->isChecked());
+        QVERIFY(!box("checkBoxEventType_DHCPOfferSent")->isChecked());
+        QCOMPARE(path()->text(), QStringLiteral("logs łódź/dhcp.txt"));
+    }
+
+    void leaseViewHidesExpiredRowsAndRoundsDownToFiveSeconds()
+    {
+        AddressManager* addresses = server->GetAddressManager();
+        addresses->AddLease(HardwareAddress("00:11:22:33:44:01"), IPv4Address(10, 77, 0, 101), 7);
+        addresses->AddLease(HardwareAddress("00:11:22:33:44:02"), IPv4Address(10, 77, 0, 102), 4);
+        addresses->AddLease(HardwareAddress("00:11:22:33:44:03"), IPv4Address(10, 77, 0, 103), 3600);
+        addresses->AddLease(HardwareAddress("00:11:22:33:44:04"), IPv4Address(10, 77, 0, 104), 0);
+        LeasesDialog view(addresses, nullptr);
+
+        QCOMPARE(Column(&view, 0)[3], QStringLiteral("00:11:22:33:44:04"));
+        QCOMPARE(Column(&view, 1), QStringList({"10.77.0.101", "10.77.0.102", "10.77.0.103", "10.77.0.104"}));
+        // 7 s shows as 5, 4 as 0; a lease with 0 s left is still there.
+        QCOMPARE(Column(&view, 2), QStringList({"5", "0", "3600", "0"}));
+
+        environment->clock.Advance(6);
+        Refresh(&view);
+        QCOMPARE(Column(&view, 1), QStringList({"10.77.0.101", "10.77.0.103"}));
+        QCOMPARE(Column(&view, 2), QStringList({"0", "3590"}));
+
+        environment->clock.Advance(2);
+        Refresh(&view);
+        QCOMPARE(Column(&view, 1), QStringList({"10.77.0.103"}));
+        // A released lease counts as expired.
+        addresses->ReleaseLease(IPv4Address(10, 77, 0, 103));
+        Refresh(&view);
+        QCOMPARE(Table(&view)->rowCount(), 0);
+    }
+
+    void logWindowAppendsOnlyNewRowsAndHidesOnClose()
+    {
+        LogManager* log = server->GetLogManager();
+        const auto add = [log](EventType type) {
+            log->AddLogItem(type, HardwareAddress("00:11:22:33:44:55"), IPv4Address(10, 77, 0, 100), false);
+        };
+        server->GetSettings()->SetLoggingEnabled(true);
+        add(DHCPRequestReceived);
+        LogBrowserDialog window(log, nullptr);
+        QCOMPARE(Table(&window)->rowCount(), 1);
+        QTableWidgetItem* firstRow = Table(&window)->item(0, 1);
+
+        // Three items between two ticks: three rows in one tick, in order.
+        add(DHCPOfferSent);
+        add(DHCPRequestReceived);
+        add(DHCPAckSent);
+        Refresh(&window);
+        QCOMPARE(Table(&window)->rowCount(), 4);
+        // The rows already there are the same objects: nothing was rebuilt.
+        QCOMPARE(Table(&window)->item(0, 1), firstRow);
+        const std::vector<LogItem> items = log->GetLogItems(0);
+        for (int row = 0; row < 4; ++row) {
+            QCOMPARE(Table(&window)->item(row, 0)->text().toStdString(), items[row].GetTimeString());
+            QCOMPARE(Table(&window)->item(row, 1)->text().toStdString(), items[row].GetEventName());
+            QCOMPARE(Table(&window)->item(row, 2)->text().toStdString(), items[row].GetDetails());
+        }
+
+        window.show();
+        QVERIFY(!window.close());
+        QVERIFY(!window.isVisible());
+        // Hidden, it keeps growing by its own timer.
+        add(DHCPAckSent);
+        QTRY_COMPARE_WITH_TIMEOUT(Table(&window)->rowCount(), 5, 5000);
+    }
+};
+
+QTEST_MAIN(DialogsTest)
+#include "DialogsTest.moc"
