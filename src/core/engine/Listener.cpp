@@ -95,18 +95,28 @@ bool Listener::IsPreferredAddressAvailable() const
 
 void Listener::SendBroadcast(const RawMessage& message)
 {
-    Send(message, LIMITED_BROADCAST);
+    Send(message.GetData(), message.GetLength(), LIMITED_BROADCAST);
 }
 
 void Listener::SendUnicast(const RawMessage& message, const IPv4Address& address)
 {
-    Send(message, address);
+    Send(message.GetData(), message.GetLength(), address);
 }
 
-void Listener::Send(const RawMessage& message, const IPv4Address& destination)
+void Listener::SendBroadcast(const uint8_t* data, size_t length)
+{
+    Send(data, length, LIMITED_BROADCAST);
+}
+
+void Listener::SendUnicast(const uint8_t* data, size_t length, const IPv4Address& address)
+{
+    Send(data, length, address);
+}
+
+void Listener::Send(const uint8_t* data, size_t length, const IPv4Address& destination)
 {
     PRECONDITION(socket != nullptr);
-    socket->SendTo(message.GetData(), message.GetLength(), destination, CLIENT_PORT);
+    socket->SendTo(data, length, destination, CLIENT_PORT);
 }
 
 void Listener::DetectListeningAddresses()

@@ -64,6 +64,9 @@ public:
     // Receive thread only, while listening. Raise SendError, NotAllBytesSent.
     void SendBroadcast(const RawMessage& message);
     void SendUnicast(const RawMessage& message, const IPv4Address& address);
+    // The same for a datagram built in place by the caller.
+    void SendBroadcast(const uint8_t* data, size_t length);
+    void SendUnicast(const uint8_t* data, size_t length, const IPv4Address& address);
 
 private:
     void DetectListeningAddresses();
@@ -72,7 +75,7 @@ private:
     void OpenSocket();
     void ListeningThread();
     void EndListeningAfterReceiveError();
-    void Send(const RawMessage& message, const IPv4Address& destination);
+    void Send(const uint8_t* data, size_t length, const IPv4Address& destination);
 
     MessageProcessor* messageProcessor;
     Settings* settings;

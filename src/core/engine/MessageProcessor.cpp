@@ -7,10 +7,8 @@
 #include "foundation/AppException.h"
 #include "foundation/Precondition.h"
 #include "log/LogManager.h"
-#include "wire/DHCPMessage.h"
-#include "wire/RawMessage.h"
-
 #include <optional>
+#include <span>
 
 namespace {
 
@@ -104,11 +102,12 @@ void MessageProcessor::ProcessDiscover(const DHCPMessage& message)
     offer.SetYourIPAddress(offeredAddress);
     offer.Options().SetIPAddressLeaseTime(settings->GetLeaseDuration());
     SetConfigurationOptions(offer);
-    const std::unique_ptr<RawMessage> rawOffer = ToRawReply(message, offer);
+    ReplyArea datagram;
+    const size_t length = BuildReply(message, offer, datagram);
 
     try {
         // Always broadcast, whatever the client's broadcast flag says.
-        listener->SendBroadcast(*rawOffer);
+        listener->SendBroadcast(datagram, length);
         logManager->AddLogItem(DHCPOfferSent, hardwareAddress, offeredAddress, false);
         transactionManager->Transactions(xid).SetLastMessageType(DHCPOFFER, transactionManager->Now());
     } catch (const AppException&) {
@@ -246,10 +245,11 @@ void MessageProcessor::SendAck(const DHCPMessage& message, const IPv4Address& ad
         ack.Options().SetIPAddressLeaseTime(leaseDuration);
     }
     SetConfigurationOptions(ack);
-    const std::unique_ptr<RawMessage> rawAck = ToRawReply(message, ack);
+    ReplyArea datagram;
+    const size_t length = BuildReply(message, ack, datagram);
 
     try {
-        SendToClient(message, *rawAck);
+        SendToClient(message, datagram, length);
     } catch (const AppException& exception) {
         if (!IsFailedSend(exception)) {
             throw;
@@ -268,10 +268,11 @@ void MessageProcessor::SendNak(const DHCPMessage& message)
         nak.Options().SetClientIdentifier(message.Options().GetClientIdentifier());
     }
     // A NAK never honours the parameter request list.
-    const std::unique_ptr<RawMessage> rawNak = nak.ToRawMessage();
+    ReplyArea datagram;
+    const size_t length = nak.Build(datagram, std::span<const uint8_t>());
 
     try {
-        SendToClient(message, *rawNak);
+        SendToClient(message, datagram, length);
     } catch (const AppException& exception) {
         if (!IsFailedSend(exception)) {
             throw;
@@ -316,25 +317,26 @@ void MessageProcessor::SetConfigurationOptions(DHCPMessage& reply) const
     }
 
     options.SetBroadcastAddress(settings->GetBroadcastAddress());
-    options.SetRawOptions(settings->GetAdditionalOptions());
+    // Referred to, not copied: the reply lives for one send, and the list
+    // cannot change while the server runs.
+    options.ReferToRawOptions(settings->GetAdditionalOptions());
 }
 
-std::unique_ptr<RawMessage> MessageProcessor::ToRawReply(const DHCPMessage& request, const DHCPMessage& reply)
+size_t MessageProcessor::BuildReply(const DHCPMessage& request, const DHCPMessage& reply, ReplyArea& area)
 {
     if (!request.Options().IsOptionPresent(MessageOptions::ParameterRequestList)) {
-        return reply.ToRawMessage();
+        return reply.Build(area, std::span<const uint8_t>());
     }
-    ByteString parameterRequestList = request.Options().GetParameterRequestList();
-    return reply.ToRawMessage(parameterRequestList);
+    return reply.Build(area, request.Options().ViewParameterRequestList());
 }
 
-void MessageProcessor::SendToClient(const DHCPMessage& request, const RawMessage& reply)
+void MessageProcessor::SendToClient(const DHCPMessage& request, const uint8_t* datagram, size_t length)
 {
     const IPv4Address clientAddress = request.GetClientIPAddress();
     if (clientAddress.IsZero()) {
-        listener->SendBroadcast(reply);
+        listener->SendBroadcast(datagram, length);
     } else {
-        listener->SendUnicast(reply, clientAddress);
+        listener->SendUnicast(datagram, length, clientAddress);
     }
 }
 

@@ -1,15 +1,15 @@
 #pragma once
 
 #include "foundation/IPv4Address.h"
+#include "wire/DHCPMessage.h"
 #include "wire/MessageType.h"
 
-#include <memory>
+#include <cstddef>
+#include <cstdint>
 
 class AddressManager;
-class DHCPMessage;
 class Listener;
 class LogManager;
-class RawMessage;
 class Settings;
 class TransactionManager;
 
@@ -52,11 +52,14 @@ private:
     void StartReply(const DHCPMessage& request, MessageType messageType, DHCPMessage& reply) const;
     // Subnet mask, router, DNS servers, broadcast address, additional options.
     void SetConfigurationOptions(DHCPMessage& reply) const;
-    // The request's option 55 orders the reply's options, when it has one.
-    static std::unique_ptr<RawMessage> ToRawReply(const DHCPMessage& request, const DHCPMessage& reply);
+    // A reply datagram, built in place on the stack.
+    using ReplyArea = uint8_t[DHCPMessage::MAXIMUM_LENGTH];
+    // Builds `reply` into `area`, its options ordered by the request's option
+    // 55 when it has one; returns the length.
+    static size_t BuildReply(const DHCPMessage& request, const DHCPMessage& reply, ReplyArea& area);
     // To port 68 of ciaddr when the request has one, else broadcast. Raises
     // SendError, NotAllBytesSent.
-    void SendToClient(const DHCPMessage& request, const RawMessage& reply);
+    void SendToClient(const DHCPMessage& request, const uint8_t* datagram, size_t length);
     void LogRequestReceived(const DHCPMessage& message);
 
     AddressManager* addressManager;

@@ -6,20 +6,54 @@
 
 namespace {
 
-template <typename Counts, typename Key>
-void Increment(Counts& counts, const Key& key)
+// Removed entries leave their nodes here for the next entries, so that the
+// steady flow of exchanges allocates nothing; a burst frees what is beyond
+// this many.
+constexpr size_t MAX_SPARE_NODES = 64;
+
+template <typename Map>
+void RemoveEntry(Map& map, typename Map::iterator entry, std::vector<typename Map::node_type>& spareNodes)
 {
-    ++counts[key];
+    typename Map::node_type node = map.extract(entry);
+    if (spareNodes.size() < MAX_SPARE_NODES) {
+        spareNodes.push_back(std::move(node));
+    }
+}
+
+// Precondition: `key` is not in `map`.
+template <typename Map, typename Key, typename Value>
+typename Map::iterator AddEntry(Map& map, const Key& key, Value&& value,
+                                std::vector<typename Map::node_type>& spareNodes)
+{
+    if (spareNodes.empty()) {
+        return map.emplace(typename Map::key_type(key), std::forward<Value>(value)).first;
+    }
+    typename Map::node_type node = std::move(spareNodes.back());
+    spareNodes.pop_back();
+    node.key() = key;
+    node.mapped() = std::forward<Value>(value);
+    return map.insert(std::move(node)).position;
 }
 
 template <typename Counts, typename Key>
-void Decrement(Counts& counts, const Key& key)
+void Increment(Counts& counts, const Key& key, std::vector<typename Counts::node_type>& spareNodes)
+{
+    const auto entry = counts.find(key);
+    if (entry != counts.end()) {
+        ++entry->second;
+    } else {
+        AddEntry(counts, key, size_t{1}, spareNodes);
+    }
+}
+
+template <typename Counts, typename Key>
+void Decrement(Counts& counts, const Key& key, std::vector<typename Counts::node_type>& spareNodes)
 {
     const auto entry = counts.find(key);
     // Invariant: every indexed transaction has been counted.
     PRECONDITION(entry != counts.end() && entry->second > 0);
     if (--entry->second == 0) {
-        counts.erase(entry);
+        RemoveEntry(counts, entry, spareNodes);
     }
 }
 
@@ -28,6 +62,9 @@ void Decrement(Counts& counts, const Key& key)
 TransactionManager::TransactionManager(const Clock* clock)
     : clock(clock != nullptr ? clock : &systemClock), lastPurgeTime(this->clock->Now())
 {
+    spareTransactionNodes.reserve(MAX_SPARE_NODES);
+    spareAddressNodes.reserve(MAX_SPARE_NODES);
+    spareClientNodes.reserve(MAX_SPARE_NODES);
 }
 
 bool TransactionManager::TransactionExists(uint32_t id) const
@@ -39,7 +76,7 @@ Transaction& TransactionManager::Transactions(uint32_t id)
 {
     const auto entry = transactions.find(id);
     PRECONDITION(entry != transactions.end());
-    return *entry->second;
+    return entry->second;
 }
 
 void TransactionManager::AddTransaction(uint32_t id, const IPv4Address& offeredAddress,
@@ -47,17 +84,17 @@ void TransactionManager::AddTransaction(uint32_t id, const IPv4Address& offeredA
 {
     PRECONDITION(!TransactionExists(id));
     PRECONDITION(!clientIdentifier.IsEmpty());
-    auto transaction = std::make_unique<Transaction>(id, offeredAddress, clientIdentifier, clock->Now());
-    IndexTransaction(*transaction);
-    transactions.emplace(id, std::move(transaction));
+    const auto entry =
+        AddEntry(transactions, id, Transaction(id, offeredAddress, clientIdentifier, clock->Now()), spareTransactionNodes);
+    IndexTransaction(entry->second);
 }
 
 void TransactionManager::RemoveTransaction(uint32_t id)
 {
     const auto entry = transactions.find(id);
     PRECONDITION(entry != transactions.end());
-    UnindexTransaction(*entry->second);
-    transactions.erase(entry);
+    UnindexTransaction(entry->second);
+    RemoveEntry(transactions, entry, spareTransactionNodes);
 }
 
 bool TransactionManager::TransactionExistsForAddress(const IPv4Address& address) const
@@ -80,7 +117,7 @@ void TransactionManager::RemoveExpiredTransactions()
     // Collected first, removed afterwards, so the walk is not disturbed.
     std::vector<uint32_t> expired;
     for (const auto& [id, transaction] : transactions) {
-        if (now - transaction->GetLastMessageTime() > TRANSACTION_TIMEOUT) {
+        if (now - transaction.GetLastMessageTime() > TRANSACTION_TIMEOUT) {
             expired.push_back(id);
         }
     }
@@ -95,21 +132,21 @@ size_t TransactionManager::GetTransactionCount() const
     return transactions.size();
 }
 
-std::string TransactionManager::ClientKey(const ClientIdentifier& identifier)
+std::string_view TransactionManager::ClientKey(const ClientIdentifier& identifier)
 {
-    // Two identifiers are equal when length and bytes are; the string of the
-    // bytes carries both.
-    return std::string(reinterpret_cast<const char*>(identifier.GetBytes()), identifier.GetLength());
+    // Two identifiers are equal when length and bytes are; the bytes as a
+    // string carry both.
+    return std::string_view(reinterpret_cast<const char*>(identifier.GetBytes()), identifier.GetLength());
 }
 
 void TransactionManager::IndexTransaction(const Transaction& transaction)
 {
-    Increment(transactionsByAddress, transaction.GetOfferedAddress().ToUint32());
-    Increment(transactionsByClient, ClientKey(transaction.GetClientIdentifier()));
+    Increment(transactionsByAddress, transaction.GetOfferedAddress().ToUint32(), spareAddressNodes);
+    Increment(transactionsByClient, ClientKey(transaction.GetClientIdentifier()), spareClientNodes);
 }
 
 void TransactionManager::UnindexTransaction(const Transaction& transaction)
 {
-    Decrement(transactionsByAddress, transaction.GetOfferedAddress().ToUint32());
-    Decrement(transactionsByClient, ClientKey(transaction.GetClientIdentifier()));
+    Decrement(transactionsByAddress, transaction.GetOfferedAddress().ToUint32(), spareAddressNodes);
+    Decrement(transactionsByClient, ClientKey(transaction.GetClientIdentifier()), spareClientNodes);
 }

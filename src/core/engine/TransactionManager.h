@@ -4,10 +4,11 @@
 #include "foundation/Clock.h"
 
 #include <cstdint>
-#include <map>
-#include <memory>
+#include <functional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
+#include <vector>
 
 // Open exchanges by xid. Used only on the receive thread while the server
 // runs, so it has no lock. Transactions older than 3 s are purged at most
@@ -41,16 +42,28 @@ private:
     // every address it tries. Invariant: each count equals the number of
     // entries of `transactions` with that key, and no count is 0.
     using AddressCounts = std::unordered_map<uint32_t, size_t>;
-    using ClientCounts = std::unordered_map<std::string, size_t>;
+    // Keyed by the identifier's bytes; looked up by a view of them, so a
+    // query builds no string.
+    struct KeyHash {
+        using is_transparent = void;
+        size_t operator()(std::string_view key) const { return std::hash<std::string_view>()(key); }
+    };
+    using ClientCounts = std::unordered_map<std::string, size_t, KeyHash, std::equal_to<>>;
 
-    static std::string ClientKey(const ClientIdentifier& identifier);
+    static std::string_view ClientKey(const ClientIdentifier& identifier);
     void IndexTransaction(const Transaction& transaction);
     void UnindexTransaction(const Transaction& transaction);
 
     Clock systemClock;
     const Clock* clock;
-    std::map<uint32_t, std::unique_ptr<Transaction>> transactions;
+    // By id. Lookups by id outnumber everything else, and no operation
+    // depends on the order of the entries.
+    std::unordered_map<uint32_t, Transaction> transactions;
     AddressCounts transactionsByAddress;
     ClientCounts transactionsByClient;
     int64_t lastPurgeTime;
+    // Nodes of removed entries, used again for new ones.
+    std::vector<std::unordered_map<uint32_t, Transaction>::node_type> spareTransactionNodes;
+    std::vector<AddressCounts::node_type> spareAddressNodes;
+    std::vector<ClientCounts::node_type> spareClientNodes;
 };

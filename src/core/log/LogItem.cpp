@@ -2,6 +2,7 @@
 
 #include "foundation/Precondition.h"
 
+#include <algorithm>
 #include <array>
 #include <ctime>
 #include <string_view>
@@ -17,9 +18,16 @@ constexpr std::string_view OTHER_TITLE = "other event";
 constexpr const char* TIME_FORMAT = "%Y-%m-%d %H:%M:%S";
 constexpr size_t TIME_TEXT_CAPACITY = 64;
 
+constexpr char HEX_DIGITS[] = "0123456789abcdef";
+
 bool IsKnown(int eventType)
 {
     return eventType >= 0 && eventType < EVENT_TYPE_COUNT;
+}
+
+std::string_view TitleOf(int eventType)
+{
+    return IsKnown(eventType) ? TITLES[eventType] : OTHER_TITLE;
 }
 
 // Which addresses an item of each kind carries, and whether it may be an
@@ -46,8 +54,7 @@ constexpr std::array<Shape, EVENT_TYPE_COUNT> SHAPES = {{
 
 LogItem::LogItem(EventType eventType, const std::optional<HardwareAddress>& clientHardwareAddress,
                  const std::optional<IPv4Address>& ipAddress, bool messageIgnored, int64_t now)
-    : eventType(eventType), messageIgnored(messageIgnored), time(now), clientHardwareAddress(clientHardwareAddress),
-      ipAddress(ipAddress)
+    : time(now), eventType(eventType), messageIgnored(messageIgnored)
 {
     if (IsKnown(eventType)) {
         const Shape& shape = SHAPES[eventType];
@@ -55,11 +62,19 @@ LogItem::LogItem(EventType eventType, const std::optional<HardwareAddress>& clie
         PRECONDITION(ipAddress.has_value() == shape.hasIPAddress);
         PRECONDITION(!messageIgnored || shape.mayBeIgnored);
     }
+    if (clientHardwareAddress) {
+        // Invariant: GetLength() <= MAX_LENGTH, so the bytes fit.
+        hardwareAddressLength = clientHardwareAddress->GetLength();
+        std::copy_n(clientHardwareAddress->GetBytes(), hardwareAddressLength, this->hardwareAddress.begin());
+    }
+    if (ipAddress) {
+        this->ipAddress = ipAddress->ToUint32();
+    }
 }
 
 std::string LogItem::GetEventTypeName(int eventType)
 {
-    return std::string(IsKnown(eventType) ? TITLES[eventType] : OTHER_TITLE);
+    return std::string(TitleOf(eventType));
 }
 
 std::string LogItem::GetEventName() const
@@ -81,43 +96,105 @@ std::string LogItem::GetTimeString() const
 
 std::string LogItem::GetDetails() const
 {
-    const auto hardwareText = [this] { return "client hardware address = " + clientHardwareAddress->ToString(); };
-    switch (eventType) {
-    case ServerStart:
-        return "listening IP address = " + ipAddress->ToString();
-    case DHCPDiscoverReceived:
-        return hardwareText();
-    case DHCPOfferSent:
-        return hardwareText() + ", offered IP address = " + ipAddress->ToString();
-    case DHCPRequestReceived:
-    case DHCPAckSent:
-    case DHCPNakSent:
-    case DHCPReleaseReceived:
-        if (ipAddress->IsZero()) {
-            return hardwareText();
-        }
-        return hardwareText() + ", client IP address = " + ipAddress->ToString();
-    default:
-        // ServerStop and DHCPInformReceived show nothing, nor does an unknown kind.
-        return std::string();
-    }
+    std::string details;
+    AppendDetails(details);
+    return details;
 }
 
 std::string LogItem::GetLogLine() const
 {
-    std::string line = GetTimeString() + ": " + GetEventName();
-    if (messageIgnored) {
-        line += ", message ignored";
-    }
-    const std::string details = GetDetails();
-    if (!details.empty()) {
-        line += ", " + details;
-    }
+    std::string line;
+    AppendLogLine(line, GetTimeString());
     return line;
+}
+
+void LogItem::AppendLogLine(std::string& text, std::string_view timeString) const
+{
+    text += timeString;
+    text += ": ";
+    text += TitleOf(eventType);
+    if (messageIgnored) {
+        text += ", message ignored";
+    }
+    const size_t detailsStart = text.size() + 2;
+    text += ", ";
+    AppendDetails(text);
+    if (text.size() == detailsStart) {
+        text.resize(detailsStart - 2); // no details, no separator
+    }
 }
 
 void LogItem::MarkSavedToFile()
 {
     PRECONDITION(!savedToFile);
     savedToFile = true;
+}
+
+void LogItem::AppendDetails(std::string& text) const
+{
+    switch (eventType) {
+    case ServerStart:
+        text += "listening IP address = ";
+        AppendIPAddress(text);
+        return;
+    case DHCPDiscoverReceived:
+        AppendHardwareAddress(text);
+        return;
+    case DHCPOfferSent:
+        AppendHardwareAddress(text);
+        text += ", offered IP address = ";
+        AppendIPAddress(text);
+        return;
+    case DHCPRequestReceived:
+    case DHCPAckSent:
+    case DHCPNakSent:
+    case DHCPReleaseReceived:
+        AppendHardwareAddress(text);
+        if (ipAddress != 0) {
+            text += ", client IP address = ";
+            AppendIPAddress(text);
+        }
+        return;
+    default:
+        // ServerStop and DHCPInformReceived show nothing, nor does an unknown kind.
+        return;
+    }
+}
+
+void LogItem::AppendHardwareAddress(std::string& text) const
+{
+    // The text of HardwareAddress::ToString: lower-case hexadecimal bytes
+    // joined by colons.
+    text += "client hardware address = ";
+    char digits[HardwareAddress::MAX_LENGTH * 3];
+    size_t length = 0;
+    for (size_t i = 0; i < hardwareAddressLength; ++i) {
+        if (i > 0) {
+            digits[length++] = ':';
+        }
+        digits[length++] = HEX_DIGITS[hardwareAddress[i] >> 4];
+        digits[length++] = HEX_DIGITS[hardwareAddress[i] & 0x0F];
+    }
+    text.append(digits, length);
+}
+
+void LogItem::AppendIPAddress(std::string& text) const
+{
+    // The text of IPv4Address::ToString: four decimal octets joined by dots.
+    char digits[16];
+    size_t length = 0;
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        const unsigned octet = (ipAddress >> shift) & 0xFF;
+        if (shift != 24) {
+            digits[length++] = '.';
+        }
+        if (octet >= 100) {
+            digits[length++] = static_cast<char>('0' + octet / 100);
+        }
+        if (octet >= 10) {
+            digits[length++] = static_cast<char>('0' + octet / 10 % 10);
+        }
+        digits[length++] = static_cast<char>('0' + octet % 10);
+    }
+    text.append(digits, length);
 }

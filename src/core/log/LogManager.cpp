@@ -3,6 +3,7 @@
 #include "config/Settings.h"
 #include "foundation/Precondition.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <memory>
@@ -39,20 +40,22 @@ void LogManager::AddLogItem(EventType eventType, const std::optional<HardwareAdd
     // Built outside the lock: the receive thread pays only for the append there.
     LogItem item(eventType, clientHardwareAddress, ipAddress, messageIgnored, clock->Now());
     const std::lock_guard<std::mutex> lock(logItemsMutex);
-    logItems.push_back(std::move(item));
+    logItems.Append(item);
 }
 
 std::vector<LogItem> LogManager::GetLogItems(size_t fromIndex) const
 {
+    std::vector<LogItem> copies;
     const std::lock_guard<std::mutex> lock(logItemsMutex);
-    PRECONDITION(fromIndex <= logItems.size());
-    return std::vector<LogItem>(logItems.begin() + static_cast<std::ptrdiff_t>(fromIndex), logItems.end());
+    PRECONDITION(fromIndex <= logItems.Size());
+    logItems.CopyTo(copies, fromIndex, logItems.Size() - fromIndex);
+    return copies;
 }
 
 size_t LogManager::GetLogItemCount() const
 {
     const std::lock_guard<std::mutex> lock(logItemsMutex);
-    return logItems.size();
+    return logItems.Size();
 }
 
 bool LogManager::IsSavingThreadRunning() const
@@ -111,26 +114,50 @@ void LogManager::SavingThread()
 
 void LogManager::SaveNewItems()
 {
-    std::vector<LogItem> newItems;
+    size_t itemCount = 0;
     {
         const std::lock_guard<std::mutex> lock(logItemsMutex);
-        if (savedItemCount >= logItems.size()) {
-            return; // nothing new: the file is not even opened
-        }
-        newItems.assign(logItems.begin() + static_cast<std::ptrdiff_t>(savedItemCount), logItems.end());
+        itemCount = logItems.Size();
     }
-    // These items count as handled whatever happens to the file below: a log
+    if (savedItemCount >= itemCount) {
+        return; // nothing new: the file is not even opened
+    }
+    // Items never change once added, so the new ones can be copied slice by
+    // slice below. They count as handled whatever happens to the file: a log
     // that cannot be written loses its lines rather than repeating them later.
-    savedItemCount += newItems.size();
+    const size_t firstNew = savedItemCount;
+    savedItemCount = itemCount;
 
     const FilePointer file(std::fopen(settings->GetLogFilePath().c_str(), "a"));
     if (!file) {
         return;
     }
-    // Flushed line by line, so a crash loses at most the line being written.
-    for (const LogItem& item : newItems) {
-        const std::string line = item.GetLogLine() + '\n';
-        std::fwrite(line.data(), 1, line.size(), file.get());
+    std::vector<LogItem> slice;
+    std::string text;
+    // Items come in bursts of the same second: each time is rendered once.
+    std::optional<int64_t> renderedTime;
+    std::string timeString;
+    for (size_t next = firstNew; next < itemCount;) {
+        const size_t count = std::min(SAVE_SLICE_ITEMS, itemCount - next);
+        slice.clear();
+        {
+            const std::lock_guard<std::mutex> lock(logItemsMutex);
+            logItems.CopyTo(slice, next, count);
+        }
+        next += count;
+
+        text.clear();
+        for (const LogItem& item : slice) {
+            if (renderedTime != item.GetTime()) {
+                timeString = item.GetTimeString();
+                renderedTime = item.GetTime();
+            }
+            item.AppendLogLine(text, timeString);
+            text += '\n';
+        }
+        // A slice goes out in one write and is flushed at once, so a crash
+        // loses at most the slice being written.
+        std::fwrite(text.data(), 1, text.size(), file.get());
         std::fflush(file.get());
     }
 }

@@ -4,6 +4,7 @@
 #include "foundation/HardwareAddress.h"
 #include "foundation/IPv4Address.h"
 #include "log/LogItem.h"
+#include "log/LogItemList.h"
 
 #include <atomic>
 #include <condition_variable>
@@ -22,6 +23,9 @@ class LogManager {
 public:
     static constexpr unsigned SLEEP_PERIOD_MS = 500;
     static constexpr unsigned SAVE_EVERY_TICKS = 4;
+    // A save copies and writes the new items this many at a time, so that it
+    // holds the lock only briefly and needs little memory however much is new.
+    static constexpr size_t SAVE_SLICE_ITEMS = 4096;
 
     // `clock` must outlive the manager; null means the system clock.
     explicit LogManager(Settings* settings, const Clock* clock = nullptr);
@@ -60,7 +64,7 @@ private:
 
     // Guards logItems only, held for one append or one copy, never for file work.
     mutable std::mutex logItemsMutex;
-    std::vector<LogItem> logItems;
+    LogItemList logItems;
 
     // Items before this index have been handled by SaveNewItems (written, or
     // lost with a file that could not be opened). Touched only by the one

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <climits>
 #include <cstring>
 
@@ -74,16 +75,26 @@ void WriteAddress(uint8_t* bytes, const IPv4Address& address)
     }
 }
 
-ByteString AddressOption(uint8_t code, const IPv4Address& address)
+// Writes code, length and value at `position` when the whole option fits
+// before `limit`; otherwise leaves the area and the position alone.
+void PutOption(uint8_t* area, size_t& position, size_t limit, uint8_t code, const uint8_t* value,
+               size_t valueLength)
 {
-    return {code, 4, address[0], address[1], address[2], address[3]};
+    const size_t optionLength = 2 + valueLength;
+    if (optionLength > limit - position) {
+        return;
+    }
+    area[position] = code;
+    area[position + 1] = static_cast<uint8_t>(valueLength);
+    std::copy(value, value + valueLength, area + position + 2);
+    position += optionLength;
 }
 
-void AppendAddress(ByteString& bytes, const IPv4Address& address)
+void PutAddressOption(uint8_t* area, size_t& position, size_t limit, uint8_t code, const IPv4Address& address)
 {
-    for (int i = 0; i < 4; ++i) {
-        bytes.push_back(address[i]);
-    }
+    uint8_t value[4];
+    WriteAddress(value, address);
+    PutOption(area, position, limit, code, value, sizeof value);
 }
 
 [[noreturn]] void RejectOptionLength()
@@ -199,7 +210,7 @@ void DHCPMessage::ParseOption(uint8_t code, const uint8_t* value, uint8_t valueL
         if (valueLength < 1) {
             RejectOptionLength();
         }
-        options.SetHostName(std::string(value, value + valueLength));
+        options.SetHostName(value, valueLength);
         break;
     case MessageOptions::BroadcastAddress:
         if (valueLength != 4) {
@@ -231,7 +242,7 @@ void DHCPMessage::ParseOption(uint8_t code, const uint8_t* value, uint8_t valueL
         if (valueLength < 1) {
             RejectOptionLength();
         }
-        options.SetParameterRequestList(ByteString(value, value + valueLength));
+        options.SetParameterRequestList(std::span<const uint8_t>(value, valueLength));
         break;
     case MessageOptions::MaximumDHCPMessageSize: {
         if (valueLength != 2) {
@@ -274,15 +285,21 @@ std::unique_ptr<RawMessage> DHCPMessage::ToRawMessage(ByteString& parameterReque
 
 size_t DHCPMessage::Build(uint8_t (&area)[MAXIMUM_LENGTH], ByteString* parameterRequestList) const
 {
-    CheckWriterPreconditions();
-    std::fill(std::begin(area), std::end(area), uint8_t{0});
-    WriteHeader(area);
-    ByteString requested;
-    if (parameterRequestList != nullptr) {
-        std::erase_if(*parameterRequestList, [this](uint8_t code) { return !options.IsOptionPresent(code); });
-        requested = *parameterRequestList;
+    if (parameterRequestList == nullptr) {
+        return Build(area, std::span<const uint8_t>());
     }
-    return FIXED_PART_LENGTH + WriteOptions(area, requested);
+    std::erase_if(*parameterRequestList, [this](uint8_t code) { return !options.IsOptionPresent(code); });
+    return Build(area, std::span<const uint8_t>(*parameterRequestList));
+}
+
+size_t DHCPMessage::Build(uint8_t (&area)[MAXIMUM_LENGTH], std::span<const uint8_t> parameterRequestList) const
+{
+    CheckWriterPreconditions();
+    // Only the fixed part needs zeros; the options are written up to End,
+    // and nothing behind End is sent.
+    std::fill(area, area + FIXED_PART_LENGTH, uint8_t{0});
+    WriteHeader(area);
+    return FIXED_PART_LENGTH + WriteOptions(area, parameterRequestList);
 }
 
 void DHCPMessage::CheckWriterPreconditions() const
@@ -320,77 +337,81 @@ void DHCPMessage::WriteHeader(uint8_t* area) const
     std::copy(MAGIC_COOKIE.begin(), MAGIC_COOKIE.end(), area + COOKIE_OFFSET);
 }
 
-size_t DHCPMessage::WriteOptions(uint8_t (&area)[MAXIMUM_LENGTH], const ByteString& parameterRequestList) const
+size_t DHCPMessage::WriteOptions(uint8_t (&area)[MAXIMUM_LENGTH], std::span<const uint8_t> parameterRequestList) const
 {
     // Invariant: position + 1 <= MAXIMUM_LENGTH, so End always has its byte.
     constexpr size_t END_POSITION_LIMIT = MAXIMUM_LENGTH - 1;
     size_t position = FIXED_PART_LENGTH;
-    const auto write = [&](uint8_t code) {
-        const ByteString bytes = OptionBytes(code);
-        if (!bytes.empty() && bytes.size() <= END_POSITION_LIMIT - position) {
-            std::copy(bytes.begin(), bytes.end(), area + position);
-            position += bytes.size();
-        }
-    };
 
-    std::array<bool, 256> pending{};
-    for (size_t code = 0; code < pending.size(); ++code) {
-        pending[code] = options.IsOptionPresent(static_cast<uint8_t>(code));
-    }
+    // A working copy of the flags: what is still to be written.
+    MessageOptions::Flags pending = options.GetPresentFlags();
+    // The client's codes first, in its order, a repeated code twice; codes
+    // without a flag are not in the reply at all.
     for (const uint8_t code : parameterRequestList) {
-        write(code);
-        pending[code] = false;
+        if (options.IsOptionPresent(code)) {
+            WriteOption(code, area, position, END_POSITION_LIMIT);
+            pending[code / 64] &= ~(uint64_t{1} << (code % 64));
+        }
     }
-    for (size_t code = 0; code < pending.size(); ++code) {
-        if (pending[code]) {
-            write(static_cast<uint8_t>(code));
+    // Then the rest in ascending order of code.
+    for (size_t word = 0; word < pending.size(); ++word) {
+        for (uint64_t bits = pending[word]; bits != 0; bits &= bits - 1) {
+            const auto code = static_cast<uint8_t>(word * 64 + static_cast<size_t>(std::countr_zero(bits)));
+            WriteOption(code, area, position, END_POSITION_LIMIT);
         }
     }
     area[position++] = MessageOptions::End;
     return position - FIXED_PART_LENGTH;
 }
 
-ByteString DHCPMessage::OptionBytes(uint8_t code) const
+void DHCPMessage::WriteOption(uint8_t code, uint8_t* area, size_t& position, size_t limit) const
 {
     switch (code) {
     case MessageOptions::SubnetMask:
-        return AddressOption(code, IPv4Address::FromSubnetMaskLength(options.GetSubnetMask()));
+        PutAddressOption(area, position, limit, code, IPv4Address::FromSubnetMaskLength(options.GetSubnetMask()));
+        return;
     case MessageOptions::Router:
-        return AddressOption(code, options.GetRouter());
+        PutAddressOption(area, position, limit, code, options.GetRouter());
+        return;
     case MessageOptions::DomainNameServer: {
         const IPv4Address first = options.GetDNSAddress1();
         const IPv4Address second = options.GetDNSAddress2();
         if (second == IPv4Address()) {
-            return AddressOption(code, first);
+            PutAddressOption(area, position, limit, code, first);
+        } else if (first == IPv4Address()) {
+            PutAddressOption(area, position, limit, code, second);
+        } else {
+            uint8_t value[8];
+            WriteAddress(value, first);
+            WriteAddress(value + 4, second);
+            PutOption(area, position, limit, code, value, sizeof value);
         }
-        if (first == IPv4Address()) {
-            return AddressOption(code, second);
-        }
-        ByteString bytes = {code, 8};
-        AppendAddress(bytes, first);
-        AppendAddress(bytes, second);
-        return bytes;
+        return;
     }
     case MessageOptions::BroadcastAddress:
-        return AddressOption(code, options.GetBroadcastAddress());
+        PutAddressOption(area, position, limit, code, options.GetBroadcastAddress());
+        return;
     case MessageOptions::IPAddressLeaseTime: {
-        ByteString bytes = {code, 4, 0, 0, 0, 0};
-        WriteUint32(bytes.data() + 2, static_cast<uint32_t>(options.GetIPAddressLeaseTime()));
-        return bytes;
+        uint8_t value[4];
+        WriteUint32(value, static_cast<uint32_t>(options.GetIPAddressLeaseTime()));
+        PutOption(area, position, limit, code, value, sizeof value);
+        return;
     }
-    case MessageOptions::MessageTypeCode:
-        return {code, 1, static_cast<uint8_t>(options.GetMessageType())};
+    case MessageOptions::MessageTypeCode: {
+        const uint8_t value = static_cast<uint8_t>(options.GetMessageType());
+        PutOption(area, position, limit, code, &value, 1);
+        return;
+    }
     case MessageOptions::ServerIdentifier:
-        return AddressOption(code, options.GetServerIdentifier());
+        PutAddressOption(area, position, limit, code, options.GetServerIdentifier());
+        return;
     case MessageOptions::ClientIdentifierCode: {
         const ClientIdentifier identifier = options.GetClientIdentifier();
         // An empty identifier would make an option shorter than its minimum.
-        if (identifier.IsEmpty()) {
-            return {};
+        if (!identifier.IsEmpty()) {
+            PutOption(area, position, limit, code, identifier.GetBytes(), identifier.GetLength());
         }
-        ByteString bytes = {code, identifier.GetLength()};
-        bytes.insert(bytes.end(), identifier.GetBytes(), identifier.GetBytes() + identifier.GetLength());
-        return bytes;
+        return;
     }
     default:
         break;
@@ -398,11 +419,12 @@ ByteString DHCPMessage::OptionBytes(uint8_t code) const
     // The other standard codes write nothing; in particular an additional
     // option with a standard code is never sent with its own data.
     if (MessageOptions::IsStandardOption(code)) {
-        return {};
+        return;
     }
     const RawOption* rawOption = options.FindRawOption(code);
     if (rawOption == nullptr || rawOption->GetData().empty()) {
-        return {};
+        return;
     }
-    return rawOption->ToBytes();
+    const ByteString& data = rawOption->GetData();
+    PutOption(area, position, limit, code, data.data(), data.size());
 }

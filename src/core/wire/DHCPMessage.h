@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 
 // A DHCP message: the fixed BOOTP header field by field, and its options.
@@ -82,6 +83,9 @@ public:
     std::unique_ptr<RawMessage> ToRawMessage(ByteString& parameterRequestList) const;
     // The same into a caller's area; returns the number of bytes written.
     size_t Build(uint8_t (&area)[MAXIMUM_LENGTH], ByteString* parameterRequestList) const;
+    // The same with the client's list as it came (may be empty): the codes
+    // this message lacks are passed over. Nothing is allocated.
+    size_t Build(uint8_t (&area)[MAXIMUM_LENGTH], std::span<const uint8_t> parameterRequestList) const;
 
 private:
     void ParseHeader(const uint8_t* data, size_t length);
@@ -90,9 +94,11 @@ private:
     void CheckWriterPreconditions() const;
     void WriteHeader(uint8_t* area) const;
     // Returns the number of option bytes written from offset 240, End included.
-    size_t WriteOptions(uint8_t (&area)[MAXIMUM_LENGTH], const ByteString& parameterRequestList) const;
-    // The wire form of one option; empty when this code writes nothing.
-    ByteString OptionBytes(uint8_t code) const;
+    size_t WriteOptions(uint8_t (&area)[MAXIMUM_LENGTH], std::span<const uint8_t> parameterRequestList) const;
+    // Writes the wire form of one option at `position` and moves it on, when
+    // the option fits before `limit`; an option that does not fit, or a code
+    // that writes nothing, leaves both alone.
+    void WriteOption(uint8_t code, uint8_t* area, size_t& position, size_t limit) const;
 
     int32_t operation = 0;
     uint8_t hops = 0;

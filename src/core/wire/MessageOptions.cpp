@@ -3,6 +3,8 @@
 #include "foundation/AppException.h"
 #include "foundation/Precondition.h"
 
+#include <algorithm>
+
 namespace {
 
 constexpr uint16_t MINIMUM_MAXIMUM_MESSAGE_SIZE = 576;
@@ -11,7 +13,7 @@ constexpr uint16_t MINIMUM_MAXIMUM_MESSAGE_SIZE = 576;
 
 void MessageOptions::RemoveOption(uint8_t code)
 {
-    present[code] = false;
+    ClearFlag(code);
     if (code == DomainNameServer) {
         dnsAddress1 = IPv4Address();
         dnsAddress2 = IPv4Address();
@@ -43,7 +45,7 @@ bool MessageOptions::IsStandardOption(uint8_t code)
 
 void MessageOptions::RequirePresent(uint8_t code) const
 {
-    if (!present[code]) {
+    if (!IsOptionPresent(code)) {
         throw AppException(AppException::OptionNotPresent);
     }
 }
@@ -58,7 +60,7 @@ void MessageOptions::SetSubnetMask(uint8_t newMask)
 {
     PRECONDITION(newMask >= 1 && newMask <= 32);
     subnetMask = newMask;
-    present[SubnetMask] = true;
+    SetFlag(SubnetMask);
 }
 
 IPv4Address MessageOptions::GetRouter() const
@@ -70,7 +72,7 @@ IPv4Address MessageOptions::GetRouter() const
 void MessageOptions::SetRouter(const IPv4Address& newRouter)
 {
     router = newRouter;
-    present[Router] = true;
+    SetFlag(Router);
 }
 
 IPv4Address MessageOptions::GetDNSAddress1() const
@@ -83,7 +85,7 @@ void MessageOptions::SetDNSAddress1(const IPv4Address& newAddress)
 {
     PRECONDITION(newAddress != IPv4Address() || dnsAddress2 == IPv4Address());
     dnsAddress1 = newAddress;
-    present[DomainNameServer] = true;
+    SetFlag(DomainNameServer);
 }
 
 IPv4Address MessageOptions::GetDNSAddress2() const
@@ -113,13 +115,21 @@ void MessageOptions::SetDNSAddresses(const IPv4Address& first, const IPv4Address
 std::string MessageOptions::GetHostName() const
 {
     RequirePresent(HostName);
-    return hostName;
+    return std::string(hostName.data(), hostNameLength);
 }
 
 void MessageOptions::SetHostName(const std::string& newHostName)
 {
-    hostName = newHostName;
-    present[HostName] = true;
+    SetHostName(reinterpret_cast<const uint8_t*>(newHostName.data()), newHostName.size());
+}
+
+void MessageOptions::SetHostName(const uint8_t* bytes, size_t length)
+{
+    PRECONDITION(length <= MAX_VALUE_LENGTH);
+    PRECONDITION(bytes != nullptr || length == 0);
+    std::copy(bytes, bytes + length, hostName.begin());
+    hostNameLength = static_cast<uint8_t>(length);
+    SetFlag(HostName);
 }
 
 IPv4Address MessageOptions::GetBroadcastAddress() const
@@ -131,7 +141,7 @@ IPv4Address MessageOptions::GetBroadcastAddress() const
 void MessageOptions::SetBroadcastAddress(const IPv4Address& newAddress)
 {
     broadcastAddress = newAddress;
-    present[BroadcastAddress] = true;
+    SetFlag(BroadcastAddress);
 }
 
 IPv4Address MessageOptions::GetRequestedIPAddress() const
@@ -143,7 +153,7 @@ IPv4Address MessageOptions::GetRequestedIPAddress() const
 void MessageOptions::SetRequestedIPAddress(const IPv4Address& newAddress)
 {
     requestedIPAddress = newAddress;
-    present[RequestedIPAddress] = true;
+    SetFlag(RequestedIPAddress);
 }
 
 int32_t MessageOptions::GetIPAddressLeaseTime() const
@@ -155,7 +165,7 @@ int32_t MessageOptions::GetIPAddressLeaseTime() const
 void MessageOptions::SetIPAddressLeaseTime(int32_t newLeaseTime)
 {
     ipAddressLeaseTime = newLeaseTime;
-    present[IPAddressLeaseTime] = true;
+    SetFlag(IPAddressLeaseTime);
 }
 
 int32_t MessageOptions::GetMessageType() const
@@ -168,7 +178,7 @@ void MessageOptions::SetMessageType(int32_t newMessageType)
 {
     PRECONDITION(newMessageType >= DHCPDISCOVER && newMessageType <= DHCPINFORM);
     messageType = newMessageType;
-    present[MessageTypeCode] = true;
+    SetFlag(MessageTypeCode);
 }
 
 IPv4Address MessageOptions::GetServerIdentifier() const
@@ -180,19 +190,32 @@ IPv4Address MessageOptions::GetServerIdentifier() const
 void MessageOptions::SetServerIdentifier(const IPv4Address& newAddress)
 {
     serverIdentifier = newAddress;
-    present[ServerIdentifier] = true;
+    SetFlag(ServerIdentifier);
 }
 
 ByteString MessageOptions::GetParameterRequestList() const
 {
+    const std::span<const uint8_t> list = ViewParameterRequestList();
+    return ByteString(list.begin(), list.end());
+}
+
+std::span<const uint8_t> MessageOptions::ViewParameterRequestList() const
+{
     RequirePresent(ParameterRequestList);
-    return parameterRequestList;
+    return std::span<const uint8_t>(parameterRequestList.data(), parameterRequestListLength);
 }
 
 void MessageOptions::SetParameterRequestList(const ByteString& newList)
 {
-    parameterRequestList = newList;
-    present[ParameterRequestList] = true;
+    SetParameterRequestList(std::span<const uint8_t>(newList));
+}
+
+void MessageOptions::SetParameterRequestList(std::span<const uint8_t> newList)
+{
+    PRECONDITION(newList.size() <= MAX_VALUE_LENGTH);
+    std::copy(newList.begin(), newList.end(), parameterRequestList.begin());
+    parameterRequestListLength = static_cast<uint8_t>(newList.size());
+    SetFlag(ParameterRequestList);
 }
 
 uint16_t MessageOptions::GetMaximumDHCPMessageSize() const
@@ -205,7 +228,7 @@ void MessageOptions::SetMaximumDHCPMessageSize(uint16_t newMaximumDHCPMessageSiz
 {
     PRECONDITION(newMaximumDHCPMessageSize >= MINIMUM_MAXIMUM_MESSAGE_SIZE);
     maximumDHCPMessageSize = newMaximumDHCPMessageSize;
-    present[MaximumDHCPMessageSize] = true;
+    SetFlag(MaximumDHCPMessageSize);
 }
 
 ClientIdentifier MessageOptions::GetClientIdentifier() const
@@ -217,23 +240,50 @@ ClientIdentifier MessageOptions::GetClientIdentifier() const
 void MessageOptions::SetClientIdentifier(const ClientIdentifier& newIdentifier)
 {
     clientIdentifier = newIdentifier;
-    present[ClientIdentifierCode] = true;
+    SetFlag(ClientIdentifierCode);
+}
+
+std::vector<RawOption>& MessageOptions::GetRawOptions()
+{
+    if (referredRawOptions != nullptr) {
+        ownRawOptions = *referredRawOptions;
+        referredRawOptions = nullptr;
+    }
+    return ownRawOptions;
 }
 
 void MessageOptions::SetRawOptions(const std::vector<RawOption>& newRawOptions)
 {
-    for (const RawOption& option : rawOptions) {
-        present[option.GetCode()] = false;
+    ReplaceRawOptionFlags(newRawOptions);
+    // Copied before the reference goes: the new list may be the one referred to.
+    ownRawOptions = newRawOptions;
+    referredRawOptions = nullptr;
+}
+
+void MessageOptions::ReferToRawOptions(const std::vector<RawOption>& newRawOptions)
+{
+    ReplaceRawOptionFlags(newRawOptions);
+    if (&newRawOptions == &ownRawOptions) {
+        referredRawOptions = nullptr; // our own list already
+        return;
+    }
+    referredRawOptions = &newRawOptions;
+    ownRawOptions.clear();
+}
+
+void MessageOptions::ReplaceRawOptionFlags(const std::vector<RawOption>& newRawOptions)
+{
+    for (const RawOption& option : RawOptionList()) {
+        ClearFlag(option.GetCode());
     }
     for (const RawOption& option : newRawOptions) {
-        present[option.GetCode()] = true;
+        SetFlag(option.GetCode());
     }
-    rawOptions = newRawOptions;
 }
 
 const RawOption* MessageOptions::FindRawOption(uint8_t code) const
 {
-    for (const RawOption& option : rawOptions) {
+    for (const RawOption& option : RawOptionList()) {
         if (option.GetCode() == code) {
             return &option;
         }

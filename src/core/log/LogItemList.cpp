@@ -1,0 +1,36 @@
+#include "log/LogItemList.h"
+
+#include "foundation/Precondition.h"
+
+#include <algorithm>
+#include <new>
+
+void LogItemList::Append(const LogItem& item)
+{
+    const size_t offset = size % ITEMS_PER_BLOCK;
+    if (offset == 0) {
+        blocks.push_back(std::make_unique_for_overwrite<Block>());
+    }
+    ::new (blocks.back()->storage + offset * sizeof(LogItem)) LogItem(item);
+    ++size;
+}
+
+void LogItemList::CopyTo(std::vector<LogItem>& copies, size_t first, size_t count) const
+{
+    PRECONDITION(first <= size && count <= size - first);
+    copies.reserve(copies.size() + count);
+    // A run of items within one block at a time.
+    size_t index = first;
+    const size_t end = first + count;
+    while (index < end) {
+        const size_t runLength = std::min(end - index, ITEMS_PER_BLOCK - index % ITEMS_PER_BLOCK);
+        const LogItem* run = ItemsOfBlock(index / ITEMS_PER_BLOCK) + index % ITEMS_PER_BLOCK;
+        copies.insert(copies.end(), run, run + runLength);
+        index += runLength;
+    }
+}
+
+const LogItem* LogItemList::ItemsOfBlock(size_t blockIndex) const
+{
+    return std::launder(reinterpret_cast<const LogItem*>(blocks[blockIndex]->storage));
+}
