@@ -113,15 +113,22 @@ IPv4Address AddressManager::GetFreeAddress()
     const int64_t now = clock->Now();
     freeAddresses.Update(leases, addressReservations, now);
     // Always from the bottom: the lowest available address wins. The index
-    // skips reserved and leased addresses at once; each candidate it leaves
-    // is confirmed by the exact test, which also passes over the few under
-    // offer. The walk stops at `last` itself, so it cannot wrap.
-    for (std::optional<uint32_t> candidate = freeAddresses.LowestUntaken(first, last); candidate;
-         candidate = *candidate == last ? std::nullopt : freeAddresses.LowestUntaken(*candidate + 1, last)) {
+    // steps over reserved and leased addresses, the transactions over offered
+    // ones, each a whole run at a time, until both agree on a candidate; that
+    // one is confirmed by the exact test. The walk stops at `last` itself, so
+    // it cannot wrap.
+    std::optional<uint32_t> candidate = first;
+    while (candidate) {
+        const std::optional<uint32_t> untaken = freeAddresses.LowestUntaken(*candidate, last);
+        candidate = untaken ? transactionManager->LowestNotOffered(*untaken, last) : std::nullopt;
+        if (!candidate || *candidate != *untaken) {
+            continue;
+        }
         const IPv4Address address = IPv4Address::FromUint32(*candidate);
         if (IsAddressAvailableLocked(address, now)) {
             return address;
         }
+        candidate = *candidate == last ? std::nullopt : std::optional<uint32_t>(*candidate + 1);
     }
     throw AppException(AppException::NoAvailableAddresses);
 }

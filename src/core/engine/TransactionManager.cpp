@@ -139,14 +139,27 @@ std::string_view TransactionManager::ClientKey(const ClientIdentifier& identifie
     return std::string_view(reinterpret_cast<const char*>(identifier.GetBytes()), identifier.GetLength());
 }
 
+std::optional<uint32_t> TransactionManager::LowestNotOffered(uint32_t first, uint32_t last) const
+{
+    return offeredAddresses.LowestMissing(first, last);
+}
+
 void TransactionManager::IndexTransaction(const Transaction& transaction)
 {
-    Increment(transactionsByAddress, transaction.GetOfferedAddress().ToUint32(), spareAddressNodes);
+    const uint32_t address = transaction.GetOfferedAddress().ToUint32();
+    Increment(transactionsByAddress, address, spareAddressNodes);
+    if (transactionsByAddress.at(address) == 1) {
+        offeredAddresses.Insert(address);
+    }
     Increment(transactionsByClient, ClientKey(transaction.GetClientIdentifier()), spareClientNodes);
 }
 
 void TransactionManager::UnindexTransaction(const Transaction& transaction)
 {
-    Decrement(transactionsByAddress, transaction.GetOfferedAddress().ToUint32(), spareAddressNodes);
+    const uint32_t address = transaction.GetOfferedAddress().ToUint32();
+    Decrement(transactionsByAddress, address, spareAddressNodes);
+    if (!transactionsByAddress.contains(address)) {
+        offeredAddresses.Erase(address);
+    }
     Decrement(transactionsByClient, ClientKey(transaction.GetClientIdentifier()), spareClientNodes);
 }

@@ -1,10 +1,12 @@
 #pragma once
 
+#include "allocation/AddressRangeSet.h"
 #include "engine/Transaction.h"
 #include "foundation/Clock.h"
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -29,6 +31,8 @@ public:
     // Precondition: TransactionExists(id).
     void RemoveTransaction(uint32_t id);
     bool TransactionExistsForAddress(const IPv4Address& address) const;
+    // The lowest address of [first, last] that no open transaction offers.
+    std::optional<uint32_t> LowestNotOffered(uint32_t first, uint32_t last) const;
     // Precondition: identifier not empty.
     bool TransactionExistsForClient(const ClientIdentifier& identifier) const;
     void RemoveExpiredTransactions();
@@ -60,6 +64,10 @@ private:
     // depends on the order of the entries.
     std::unordered_map<uint32_t, Transaction> transactions;
     AddressCounts transactionsByAddress;
+    // The keys of transactionsByAddress as runs: the choice of a free address
+    // steps over a whole run of offered addresses at once, however many
+    // offers a flood of DISCOVERs keeps open.
+    AddressRangeSet offeredAddresses;
     ClientCounts transactionsByClient;
     int64_t lastPurgeTime;
     // Nodes of removed entries, used again for new ones.

@@ -1,9 +1,9 @@
 // The address manager answers from indexes; this test holds it against a
-// plain model of the rules, in which every question is answered by walking
-// the rows, and drives both with long random runs (fixed seeds): grants,
-// renewals, releases, removals, choices, lease files with odd rows, time
-// moving forward and back, transactions opening and ageing, reservations and
-// the pool changing between runs. Any divergence names the seed and the step.
+// plain model of the rules that answers every question by walking the rows,
+// and drives both with long random runs (fixed seeds): grants, renewals,
+// releases, removals, choices, lease files with odd rows, time moving forward
+// and back, transactions opening and ageing, reservations and the pool
+// changing between runs. Any divergence names the seed and the step.
 #include "AllocationTestWorld.h"
 
 #include "foundation/ClientIdentifier.h"
@@ -11,53 +11,40 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
-#include <limits>
+#include <functional>
 #include <random>
-#include <sstream>
-#include <variant>
 
 namespace {
 
-constexpr int CLIENT_COUNT = 48;
 constexpr int64_t WRAP = int64_t{1} << 31;
+// The runs use 10.0.0.0 to 10.0.1.63, so that pools can cross an octet
+// boundary and masks from /22 to /32 cut through them.
+constexpr uint32_t UNIVERSE_FIRST = 10u << 24;
+constexpr int UNIVERSE_SIZE = 320;
 
-// The addresses the runs use: 10.0.0.0 to 10.0.1.63, so that pools can cross
-// an octet boundary and masks from /22 to /32 cut through them.
-constexpr uint32_t UNIVERSE_FIRST = (10u << 24);
-constexpr uint32_t UNIVERSE_SIZE = 320;
-
-// Either an address or the code that was raised instead.
-using Outcome = std::variant<IPv4Address, int32_t>;
-
-std::string Describe(const Outcome& outcome)
+// An address as text, or the code raised instead.
+std::string Outcome(const std::function<IPv4Address()>& choice)
 {
-    if (const IPv4Address* address = std::get_if<IPv4Address>(&outcome)) {
-        return address->ToString();
+    try {
+        return choice().ToString();
+    } catch (const AppException& exception) {
+        return "code " + std::to_string(exception.GetCode());
     }
-    return "code " + std::to_string(std::get<int32_t>(outcome));
 }
 
-// The rules, written down once more as plainly as possible: a list of rows,
-// a list of reservations, and walks over them. The pool, the clock and the
-// transactions are read from the world the manager lives in.
-class ReferenceManager {
-public:
-    explicit ReferenceManager(AllocationWorld& world) : world(world) {}
-
+// The rules written down once more as plainly as possible. The pool, the
+// clock and the transactions are read from the world the manager lives in.
+struct Model {
+    AllocationWorld& world;
     std::vector<Lease> rows;
     std::vector<AddressReservation> reservations;
 
     bool IsAvailable(const IPv4Address& address) const
     {
-        const int64_t now = world.clock.Now();
         const IPv4Address start = world.settings.GetPoolStartAddress();
-        const IPv4Address end = world.settings.GetPoolEndAddress();
         const uint8_t mask = world.settings.GetSubnetMask();
-        if (address < start || address > end) {
-            return false;
-        }
-        if (address.GetBroadcastAddress(mask) != start.GetBroadcastAddress(mask)) {
+        if (address < start || address > world.settings.GetPoolEndAddress() ||
+            address.GetBroadcastAddress(mask) != start.GetBroadcastAddress(mask)) {
             return false;
         }
         for (const AddressReservation& reservation : reservations) {
@@ -66,69 +53,54 @@ public:
             }
         }
         for (const Lease& row : rows) {
-            if (row.GetIPAddress() == address && !row.IsExpired(now)) {
+            if (row.GetIPAddress() == address && !row.IsExpired(world.clock.Now())) {
                 return false;
             }
         }
         return !world.transactions.TransactionExistsForAddress(address);
     }
 
-    Outcome FreeAddress() const
+    IPv4Address FreeAddress() const
     {
-        const uint64_t first = world.settings.GetPoolStartAddress().ToUint32();
         const uint64_t last = world.settings.GetPoolEndAddress().ToUint32();
-        for (uint64_t value = first; value <= last; ++value) {
-            const IPv4Address candidate = IPv4Address::FromUint32(static_cast<uint32_t>(value));
-            if (IsAvailable(candidate)) {
-                return candidate;
+        for (uint64_t value = world.settings.GetPoolStartAddress().ToUint32(); value <= last; ++value) {
+            if (IsAvailable(IPv4Address::FromUint32(static_cast<uint32_t>(value)))) {
+                return IPv4Address::FromUint32(static_cast<uint32_t>(value));
             }
         }
-        return AppException::NoAvailableAddresses;
+        throw AppException(AppException::NoAvailableAddresses);
     }
 
-    Outcome Choose(const HardwareAddress& client, std::optional<IPv4Address> requested)
+    IPv4Address Choose(const HardwareAddress& client, std::optional<IPv4Address> requested)
     {
+        const int row = FirstRow([&](const Lease& lease) { return lease.GetHardwareAddress() == client; });
+        const IPv4Address leased = row < 0 ? IPv4Address() : rows[static_cast<size_t>(row)].GetIPAddress();
         for (const AddressReservation& reservation : reservations) {
             if (reservation.GetHardwareAddress() == client) {
-                const int row = FirstRowOf(client);
                 if (row >= 0) {
-                    Remove(rows[static_cast<size_t>(row)].GetIPAddress());
+                    Remove(leased);
                 }
                 return reservation.GetIPAddress();
             }
         }
-        const int row = FirstRowOf(client);
-        if (row >= 0 && !rows[static_cast<size_t>(row)].GetIPAddress().IsZero()) {
-            const IPv4Address leased = rows[static_cast<size_t>(row)].GetIPAddress();
+        if (!leased.IsZero()) {
             if (leased >= world.settings.GetPoolStartAddress() && leased <= world.settings.GetPoolEndAddress()) {
                 return leased;
             }
             Remove(leased);
         }
-        if (requested && IsAvailable(*requested)) {
-            return *requested;
-        }
-        return FreeAddress();
+        return requested && IsAvailable(*requested) ? *requested : FreeAddress();
     }
 
-    int FirstRowOf(const HardwareAddress& client) const
+    int FirstRow(const std::function<bool(const Lease&)>& matches) const
     {
-        for (size_t i = 0; i < rows.size(); ++i) {
-            if (rows[i].GetHardwareAddress() == client) {
-                return static_cast<int>(i);
-            }
-        }
-        return -1;
+        const auto row = std::find_if(rows.begin(), rows.end(), matches);
+        return row == rows.end() ? -1 : static_cast<int>(row - rows.begin());
     }
 
     int FirstRowWith(const IPv4Address& address) const
     {
-        for (size_t i = 0; i < rows.size(); ++i) {
-            if (rows[i].GetIPAddress() == address) {
-                return static_cast<int>(i);
-            }
-        }
-        return -1;
+        return FirstRow([&](const Lease& lease) { return lease.GetIPAddress() == address; });
     }
 
     void Add(const HardwareAddress& client, const IPv4Address& address, int32_t duration)
@@ -139,21 +111,18 @@ public:
 
     void Remove(const IPv4Address& address)
     {
-        const int row = FirstRowWith(address);
-        if (row >= 0) {
+        if (const int row = FirstRowWith(address); row >= 0) {
             rows.erase(rows.begin() + row);
         }
     }
 
     void Release(const IPv4Address& address)
     {
-        const int row = FirstRowWith(address);
-        if (row >= 0) {
+        if (const int row = FirstRowWith(address); row >= 0) {
             rows[static_cast<size_t>(row)].Expire(world.clock.Now());
         }
     }
 
-    // The lease file as each row's own bytes in one group.
     ByteString File() const
     {
         std::vector<ByteString> items;
@@ -162,30 +131,13 @@ public:
         }
         return Serializable::SerializeGroup(items);
     }
-
-private:
-    AllocationWorld& world;
 };
 
-Outcome Capture(const std::function<IPv4Address()>& choice)
-{
-    try {
-        return choice();
-    } catch (const AppException& exception) {
-        return exception.GetCode();
-    }
-}
-
-// One random run: the manager and the model take the same steps, and after
-// each step every observable answer must agree.
+// One random run: manager and model take the same steps, and after each step
+// the observable answers must agree.
 class DifferentialRun {
 public:
-    explicit DifferentialRun(uint32_t seed) : random(seed), seed(seed)
-    {
-        world.settings.SetPoolStartAddress(UniverseAddress(0));
-        world.settings.SetPoolEndAddress(UniverseAddress(40));
-        world.settings.SetSubnetMask(24);
-    }
+    explicit DifferentialRun(uint32_t seed) : random(seed), seed(seed) { ChangePool(0, 40, 24); }
 
     void Run(int steps)
     {
@@ -198,8 +150,8 @@ public:
 private:
     int Pick(int count) { return std::uniform_int_distribution<int>(0, count - 1)(random); }
     bool Chance(int percent) { return Pick(100) < percent; }
-
-    IPv4Address UniverseAddress(uint32_t offset) const { return IPv4Address::FromUint32(UNIVERSE_FIRST + offset); }
+    template <typename T, size_t N>
+    T PickOf(const T (&values)[N]) { return values[Pick(static_cast<int>(N))]; }
 
     // Mostly addresses in and around the pool, sometimes far ones and 0.0.0.0.
     IPv4Address SomeAddress()
@@ -215,49 +167,57 @@ private:
         if (Chance(70) && start <= end && start >= UNIVERSE_FIRST && end - start < UNIVERSE_SIZE) {
             return IPv4Address::FromUint32(start + static_cast<uint32_t>(Pick(static_cast<int>(end - start + 1))));
         }
-        return UniverseAddress(static_cast<uint32_t>(Pick(UNIVERSE_SIZE)));
+        return IPv4Address::FromUint32(UNIVERSE_FIRST + static_cast<uint32_t>(Pick(UNIVERSE_SIZE)));
     }
 
-    HardwareAddress SomeClient() { return Client(Pick(CLIENT_COUNT) + 1, Chance(5) ? 6 : 1); }
+    HardwareAddress SomeClient() { return Client(Pick(48) + 1, Chance(5) ? 6 : 1); }
 
-    int32_t SomeDuration()
-    {
-        static constexpr int32_t DURATIONS[] = {0, 1, 2, 3, 5, 10, 60, 600, 3600, 86'400, 2'147'483'646};
-        return DURATIONS[Pick(std::size(DURATIONS))];
-    }
+    int32_t SomeDuration() { return PickOf<int32_t>({0, 1, 2, 3, 5, 10, 60, 600, 3600, 86'400, 2'147'483'646}); }
 
     std::string Where() const
     {
-        std::ostringstream text;
-        text << "seed " << seed << ", step " << step << " (" << lastStep << ")";
-        return text.str();
+        return "seed " + std::to_string(seed) + ", step " + std::to_string(step) + " (" + lastStep + ")";
     }
 
     void TakeStep()
     {
         const int kind = Pick(100);
+        const IPv4Address address = SomeAddress();
         if (kind < 22) {
             Choose();
         } else if (kind < 40) {
-            Grant();
+            lastStep = "grant"; // a fresh client, or a renewal of a row
+            HardwareAddress client = SomeClient();
+            IPv4Address granted = address;
+            if (!model.rows.empty() && Chance(40)) {
+                const Lease& row = model.rows[static_cast<size_t>(Pick(static_cast<int>(model.rows.size())))];
+                client = row.GetHardwareAddress();
+                granted = row.GetIPAddress();
+            }
+            Grant(client, granted);
         } else if (kind < 48) {
             lastStep = "remove";
-            const IPv4Address address = SomeAddress();
             world.addresses.RemoveLease(address);
             model.Remove(address);
         } else if (kind < 56) {
             lastStep = "release";
-            const IPv4Address address = SomeAddress();
             world.addresses.ReleaseLease(address);
             model.Release(address);
         } else if (kind < 70) {
-            MoveClock();
+            lastStep = "clock";
+            world.clock.Advance(Chance(6)    ? PickOf<int64_t>({WRAP - 2, WRAP - 1, WRAP, WRAP + 1})
+                                : Chance(12) ? PickOf<int64_t>({-1, -2, -100, -4000})
+                                             : PickOf<int64_t>({0, 1, 1, 1, 2, 3, 5, 30, 600, 3600}));
         } else if (kind < 80) {
-            Transactions();
+            Transactions(address);
         } else if (kind < 86) {
-            ChangeReservations();
+            ChangeReservations(AddressReservation(SomeClient(), address));
         } else if (kind < 92) {
-            ChangePool();
+            lastStep = "pool";
+            const int start = Pick(UNIVERSE_SIZE);
+            int end = Pick(UNIVERSE_SIZE);
+            end = Chance(50) ? std::min(end, start + 40) : end; // small pools fill up
+            ChangePool(start, end, PickOf<uint8_t>({22, 23, 24, 24, 25, 26, 27, 30, 32}));
         } else if (kind < 96) {
             LoadOddFile();
         } else {
@@ -268,135 +228,87 @@ private:
         }
     }
 
-    void Choose()
+    void ChangePool(int start, int end, uint8_t mask)
     {
-        lastStep = "choose";
-        const HardwareAddress client = SomeClient();
-        const std::optional<IPv4Address> requested =
-            Chance(40) ? std::optional<IPv4Address>(SomeAddress()) : std::nullopt;
-        const Outcome expected = model.Choose(client, requested);
-        const Outcome actual =
-            Capture([&] { return world.addresses.GetAddressForClient(Discover(client, requested)); });
-        ASSERT_EQ(Describe(actual), Describe(expected)) << Where();
-        // Often the exchange goes on: an offer that is held, or a lease.
-        if (const IPv4Address* offered = std::get_if<IPv4Address>(&actual); offered != nullptr && Chance(60)) {
-            if (Chance(50)) {
-                OpenTransaction(*offered, client);
-            } else {
-                const int32_t duration = SomeDuration();
-                world.addresses.AddLease(client, *offered, duration);
-                model.Add(client, *offered, duration);
-            }
+        if (start > end && Chance(90)) {
+            std::swap(start, end);
         }
+        world.settings.SetPoolStartAddress(IPv4Address::FromUint32(UNIVERSE_FIRST + static_cast<uint32_t>(start)));
+        world.settings.SetPoolEndAddress(IPv4Address::FromUint32(UNIVERSE_FIRST + static_cast<uint32_t>(end)));
+        world.settings.SetSubnetMask(mask);
     }
 
-    void Grant()
+    void Grant(const HardwareAddress& client, const IPv4Address& address)
     {
-        lastStep = "grant";
-        // A fresh client or a renewal of an existing row.
-        HardwareAddress client = SomeClient();
-        IPv4Address address = SomeAddress();
-        if (!model.rows.empty() && Chance(40)) {
-            const Lease& row = model.rows[static_cast<size_t>(Pick(static_cast<int>(model.rows.size())))];
-            client = row.GetHardwareAddress();
-            address = row.GetIPAddress();
-        }
         const int32_t duration = SomeDuration();
         world.addresses.AddLease(client, address, duration);
         model.Add(client, address, duration);
     }
 
-    void MoveClock()
+    // Often the exchange goes on after the choice: an offer held, or a lease.
+    void Choose()
     {
-        lastStep = "clock";
-        static constexpr int64_t FORWARD[] = {0, 1, 1, 1, 2, 3, 5, 30, 600, 3600};
-        static constexpr int64_t BACKWARD[] = {-1, -2, -100, -4000};
-        static constexpr int64_t AROUND_THE_WRAP[] = {WRAP - 2, WRAP - 1, WRAP, WRAP + 1};
-        if (Chance(6)) {
-            world.clock.Advance(AROUND_THE_WRAP[Pick(std::size(AROUND_THE_WRAP))]);
-        } else if (Chance(12)) {
-            world.clock.Advance(BACKWARD[Pick(std::size(BACKWARD))]);
-        } else {
-            world.clock.Advance(FORWARD[Pick(std::size(FORWARD))]);
+        lastStep = "choose";
+        const HardwareAddress client = SomeClient();
+        const auto requested = Chance(40) ? std::optional<IPv4Address>(SomeAddress()) : std::nullopt;
+        std::optional<IPv4Address> offered;
+        const std::string expected = Outcome([&] { return model.Choose(client, requested); });
+        ASSERT_EQ(Outcome([&] { return *(offered = world.addresses.GetAddressForClient(Discover(client, requested))); }),
+                  expected)
+            << Where();
+        if (offered && Chance(60)) {
+            Chance(50) ? OpenTransaction(*offered, client) : Grant(client, *offered);
         }
     }
 
     void OpenTransaction(const IPv4Address& address, const HardwareAddress& client)
     {
-        const uint32_t id = nextTransactionId++;
-        world.transactions.AddTransaction(id, address, ClientIdentifier(client));
-        openTransactions.push_back(id);
+        world.transactions.AddTransaction(nextTransactionId, address, ClientIdentifier(client));
+        openTransactions.push_back(nextTransactionId++);
     }
 
-    void Transactions()
+    void Transactions(const IPv4Address& address)
     {
         lastStep = "transactions";
         const int kind = Pick(3);
-        if (kind == 0) {
-            const IPv4Address address = SomeAddress();
-            if (!address.IsZero()) {
-                OpenTransaction(address, SomeClient());
-            }
+        if (kind == 0 && !address.IsZero()) {
+            OpenTransaction(address, SomeClient());
         } else if (kind == 1) {
             world.transactions.RemoveExpiredTransactions();
-        } else if (!openTransactions.empty()) {
-            const size_t index = static_cast<size_t>(Pick(static_cast<int>(openTransactions.size())));
-            if (world.transactions.TransactionExists(openTransactions[index])) {
-                world.transactions.RemoveTransaction(openTransactions[index]);
+        } else if (kind == 2 && !openTransactions.empty()) {
+            const auto open = openTransactions.begin() + Pick(static_cast<int>(openTransactions.size()));
+            if (world.transactions.TransactionExists(*open)) {
+                world.transactions.RemoveTransaction(*open);
             }
-            openTransactions.erase(openTransactions.begin() + static_cast<std::ptrdiff_t>(index));
+            openTransactions.erase(open);
         }
     }
 
     // What the user does while the server is stopped.
-    void ChangeReservations()
+    void ChangeReservations(const AddressReservation& reservation)
     {
         lastStep = "reservations";
-        const int kind = Pick(3);
-        const AddressReservation reservation(SomeClient(), SomeAddress());
-        if (kind == 0 || model.reservations.empty()) {
-            if (CodeRaisedBy([&] { world.addresses.AddReservation(reservation); }) == -1) {
-                model.reservations.push_back(reservation);
-            }
-        } else if (kind == 1) {
-            const size_t index = static_cast<size_t>(Pick(static_cast<int>(model.reservations.size())));
-            if (CodeRaisedBy([&] { world.addresses.ReplaceReservation(index, reservation); }) == -1) {
-                model.reservations[index] = reservation;
-            }
-        } else {
-            const size_t index = static_cast<size_t>(Pick(static_cast<int>(model.reservations.size())));
+        const int kind = model.reservations.empty() ? 0 : Pick(3);
+        const size_t index = kind == 0 ? 0 : static_cast<size_t>(Pick(static_cast<int>(model.reservations.size())));
+        if (kind == 0 && CodeRaisedBy([&] { world.addresses.AddReservation(reservation); }) == -1) {
+            model.reservations.push_back(reservation);
+        } else if (kind == 1 && CodeRaisedBy([&] { world.addresses.ReplaceReservation(index, reservation); }) == -1) {
+            model.reservations[index] = reservation;
+        } else if (kind == 2) {
             world.addresses.RemoveReservation(index);
             model.reservations.erase(model.reservations.begin() + static_cast<std::ptrdiff_t>(index));
         }
     }
 
-    void ChangePool()
-    {
-        lastStep = "pool";
-        static constexpr uint8_t MASKS[] = {22, 23, 24, 24, 25, 26, 27, 30, 32};
-        uint32_t start = static_cast<uint32_t>(Pick(UNIVERSE_SIZE));
-        uint32_t end = static_cast<uint32_t>(Pick(UNIVERSE_SIZE));
-        if (start > end && Chance(90)) {
-            std::swap(start, end);
-        }
-        if (Chance(50)) {
-            end = std::min(end, start + 40); // small pools fill up
-        }
-        world.settings.SetPoolStartAddress(UniverseAddress(start));
-        world.settings.SetPoolEndAddress(UniverseAddress(end));
-        world.settings.SetSubnetMask(MASKS[Pick(std::size(MASKS))]);
-    }
-
-    // Rows that only a file can bring: several on one address, start times
-    // in the future, and expired rows whose 32-bit remaining time is about to
-    // wrap round, so that they turn active again within seconds.
+    // Rows only a file can bring: several on one address, start times in the
+    // future, and expired rows whose 32-bit remaining time is about to wrap
+    // round, so that they turn active again within seconds.
     void LoadOddFile()
     {
         lastStep = "odd file";
         const int64_t now = world.clock.Now();
-        std::vector<Lease> rows;
-        const int count = Pick(40);
-        for (int i = 0; i < count; ++i) {
+        model.rows.clear();
+        for (int i = Pick(40); i > 0; --i) {
             const int32_t duration = Chance(10) ? -Pick(1000) : SomeDuration();
             int64_t start = now - Pick(5000);
             if (Chance(15)) {
@@ -406,11 +318,11 @@ private:
             } else if (Chance(10)) {
                 start = now - duration + WRAP - 1 - Pick(6); // remaining just below 2^31
             }
-            const IPv4Address address =
-                !rows.empty() && Chance(25) ? rows[static_cast<size_t>(Pick(i))].GetIPAddress() : SomeAddress();
-            rows.emplace_back(SomeClient(), address, duration, start);
+            const IPv4Address address = !model.rows.empty() && Chance(25)
+                                            ? model.rows[static_cast<size_t>(Pick(static_cast<int>(model.rows.size())))].GetIPAddress()
+                                            : SomeAddress();
+            model.rows.emplace_back(SomeClient(), address, duration, start);
         }
-        model.rows = rows;
         world.addresses.UnserializeLeases(model.File());
     }
 
@@ -425,25 +337,26 @@ private:
         }
         for (int i = 0; i < 3; ++i) {
             const HardwareAddress client = SomeClient();
-            const int row = model.FirstRowOf(client);
+            const int row = model.FirstRow([&](const Lease& lease) { return lease.GetHardwareAddress() == client; });
             ASSERT_EQ(world.addresses.FindLeaseIndex(client), row) << Where();
-            const IPv4Address leased = row < 0 ? IPv4Address() : model.rows[static_cast<size_t>(row)].GetIPAddress();
-            ASSERT_EQ(world.addresses.GetLeasedAddress(client), leased) << Where();
+            ASSERT_EQ(world.addresses.GetLeasedAddress(client),
+                      row < 0 ? IPv4Address() : model.rows[static_cast<size_t>(row)].GetIPAddress())
+                << Where();
             const IPv4Address address = SomeAddress();
             ASSERT_EQ(world.addresses.IsAddressAvailable(address), model.IsAvailable(address))
                 << Where() << ", " << address.ToString();
         }
-        // Not after every step, so that several changes and moves of the clock
-        // can pile up between two choices.
+        // Not after every step, so that changes and moves of the clock pile up
+        // between two choices.
         if (Chance(35)) {
-            ASSERT_EQ(Describe(Capture([&] { return world.addresses.GetFreeAddress(); })),
-                      Describe(model.FreeAddress()))
+            ASSERT_EQ(Outcome([&] { return world.addresses.GetFreeAddress(); }),
+                      Outcome([&] { return model.FreeAddress(); }))
                 << Where();
         }
     }
 
     AllocationWorld world;
-    ReferenceManager model{world};
+    Model model{world, {}, {}};
     std::mt19937 random;
     uint32_t seed;
     int step = 0;
@@ -456,44 +369,36 @@ private:
 
 TEST(AllocationDifferentialTest, ManagerAgreesWithThePlainRulesOverRandomRuns)
 {
-    for (uint32_t seed = 1; seed <= 12 && !HasFailure(); ++seed) {
-        DifferentialRun(seed).Run(2500);
+    for (uint32_t seed = 1; seed <= 6 && !HasFailure(); ++seed) {
+        DifferentialRun(seed).Run(5000);
     }
 }
 
 namespace {
 
-// The lease file read the plain way, into copies: a group is records of a
-// 4-byte size (least significant byte first) and that many bytes, records of
-// size 0 are dropped, and any record running past the end refuses the whole.
-bool PlainGroup(const ByteString& data, std::vector<ByteString>& items)
-{
-    size_t position = 0;
-    while (position < data.size()) {
-        if (data.size() - position < 4) {
-            return false;
-        }
-        const uint32_t size = data[position] | (data[position + 1] << 8) | (data[position + 2] << 16) |
-                              (static_cast<uint32_t>(data[position + 3]) << 24);
-        position += 4;
-        if (size > data.size() - position) {
-            return false;
-        }
-        if (size > 0) {
-            items.emplace_back(data.begin() + static_cast<std::ptrdiff_t>(position),
-                               data.begin() + static_cast<std::ptrdiff_t>(position + size));
-        }
-        position += size;
-    }
-    return true;
-}
-
-uint32_t PlainWord(const ByteString& bytes)
+uint32_t PlainWord(const uint8_t* bytes)
 {
     return bytes[0] | (bytes[1] << 8) | (bytes[2] << 16) | (static_cast<uint32_t>(bytes[3]) << 24);
 }
 
-// One lease as its fields in text, or empty when the bytes are no lease.
+// A group read the plain way: records of a 4-byte size and that many bytes,
+// records of size 0 dropped, and one running past the end refuses the whole.
+bool PlainGroup(const ByteString& data, std::vector<ByteString>& items)
+{
+    for (size_t position = 0; position < data.size();) {
+        if (data.size() - position < 4 || PlainWord(&data[position]) > data.size() - position - 4) {
+            return false;
+        }
+        const size_t size = PlainWord(&data[position]);
+        if (size > 0) {
+            items.emplace_back(&data[position + 4], &data[position + 4] + size);
+        }
+        position += 4 + size;
+    }
+    return true;
+}
+
+// A lease's fields as text, read the plain way, or empty for bytes that are no lease.
 std::string PlainLease(const ByteString& data)
 {
     std::vector<ByteString> items;
@@ -501,91 +406,74 @@ std::string PlainLease(const ByteString& data)
         items[2].size() < 4 || items[2].size() > 20 || items[3].size() != 4) {
         return {};
     }
-    std::ostringstream text;
-    text << static_cast<int32_t>(PlainWord(items[0])) << ' ' << static_cast<int32_t>(PlainWord(items[1])) << ' '
-         << PlainWord(items[2]) << ' ' << items[2].size() - 4;
+    std::string text = std::to_string(static_cast<int32_t>(PlainWord(items[0].data()))) + ' ' +
+                       std::to_string(static_cast<int32_t>(PlainWord(items[1].data()))) + ' ' +
+                       std::to_string(PlainWord(items[2].data())) + ':';
     for (size_t i = 4; i < items[2].size(); ++i) {
-        text << ' ' << int{items[2][i]};
+        text += ' ' + std::to_string(items[2][i]);
     }
-    text << ' ' << int{items[3][0]} << '.' << int{items[3][1]} << '.' << int{items[3][2]} << '.' << int{items[3][3]};
-    return text.str();
+    return text + ' ' + IPv4Address(items[3][0], items[3][1], items[3][2], items[3][3]).ToString();
 }
 
 std::string Fields(const Lease& lease)
 {
-    std::ostringstream text;
     const HardwareAddress& client = lease.GetHardwareAddress();
-    text << lease.GetStartTime() << ' ' << lease.GetDuration() << ' ' << client.GetType() << ' '
-         << int{client.GetLength()};
+    std::string text = std::to_string(lease.GetStartTime()) + ' ' + std::to_string(lease.GetDuration()) + ' ' +
+                       std::to_string(client.GetType()) + ':';
     for (size_t i = 0; i < client.GetLength(); ++i) {
-        text << ' ' << int{client.GetBytes()[i]};
+        text += ' ' + std::to_string(client.GetBytes()[i]);
     }
-    text << ' ' << lease.GetIPAddress().ToString();
-    return text.str();
+    return text + ' ' + lease.GetIPAddress().ToString();
 }
 
 } // namespace
 
-// Files decoded in place must give exactly what the plain reading of the
-// format gives: the same refusals and the same rows, field by field.
+// Randomly damaged files, decoded in place, must give exactly what the plain
+// reading of the format gives: the same refusals and the same rows.
 TEST(AllocationDifferentialTest, LeaseFileDecodingAgreesWithAPlainReading)
 {
     std::mt19937 random(21);
     const auto pick = [&](int count) { return std::uniform_int_distribution<int>(0, count - 1)(random); };
     AllocationWorld world;
     int accepted = 0;
-    for (int round = 0; round < 20'000; ++round) {
+    for (int round = 0; round < 20'000 && !HasFailure(); ++round) {
         std::vector<ByteString> records;
         for (int row = pick(5); row > 0; --row) {
             uint8_t bytes[HardwareAddress::MAX_LENGTH];
-            for (uint8_t& byte : bytes) {
-                byte = static_cast<uint8_t>(pick(256));
-            }
+            std::generate(std::begin(bytes), std::end(bytes), [&] { return static_cast<uint8_t>(pick(256)); });
             const HardwareAddress client(bytes, static_cast<uint8_t>(pick(HardwareAddress::MAX_LENGTH + 1)),
                                          static_cast<uint32_t>(1 + pick(21)));
-            const Lease lease(client, IPv4Address(10, 0, 0, pick(256)), pick(100'000) - 50, 1'700'000'000 + pick(9));
-            records.push_back(lease.Serialize());
+            records.push_back(
+                Lease(client, IPv4Address(10, 0, 0, pick(256)), pick(100'000) - 50, 1'700'000'000 + pick(9)).Serialize());
         }
         ByteString file = Serializable::SerializeGroup(records);
         for (int damage = pick(4); damage > 0 && !file.empty(); --damage) {
-            const size_t at = static_cast<size_t>(pick(static_cast<int>(file.size())));
+            const auto at = file.begin() + pick(static_cast<int>(file.size()));
             switch (pick(5)) {
-            case 0:
-                file[at] = static_cast<uint8_t>(pick(256));
-                break;
-            case 1:
-                file.resize(at);
-                break;
-            case 2:
-                file.insert(file.begin() + static_cast<std::ptrdiff_t>(at), 4, 0); // maybe an empty record
-                break;
-            case 3:
-                file[at] = static_cast<uint8_t>(file[at] + 1 - 2 * pick(2)); // a size one off
-                break;
-            default:
-                file.push_back(static_cast<uint8_t>(pick(256)));
-                break;
+            case 0: *at = static_cast<uint8_t>(pick(256)); break;
+            case 1: file.erase(at, file.end()); break;
+            case 2: file.insert(at, 4, 0); break; // maybe an empty record
+            case 3: *at = static_cast<uint8_t>(*at + 1 - 2 * pick(2)); break; // a size one off
+            default: file.push_back(static_cast<uint8_t>(pick(256)));
             }
         }
-
-        std::vector<std::string> expected;
         std::vector<ByteString> items;
         bool readable = PlainGroup(file, items);
+        std::vector<std::string> expected;
         for (const ByteString& item : items) {
             expected.push_back(PlainLease(item));
             readable = readable && !expected.back().empty();
         }
         world.addresses.UnserializeLeases({}); // an empty table that a refusal must leave so
-        const int32_t code = CodeRaisedBy([&] { world.addresses.UnserializeLeases(file); });
-        ASSERT_EQ(code, readable ? -1 : AppException::FileReadingError) << "round " << round;
+        EXPECT_EQ(CodeRaisedBy([&] { world.addresses.UnserializeLeases(file); }),
+                  readable ? -1 : AppException::FileReadingError) << "round " << round;
         std::vector<std::string> actual;
         for (const Lease& lease : world.addresses.GetLeases()) {
             actual.push_back(Fields(lease));
         }
-        ASSERT_EQ(actual, readable ? expected : std::vector<std::string>()) << "round " << round;
+        EXPECT_EQ(actual, readable ? expected : std::vector<std::string>()) << "round " << round;
         accepted += readable ? 1 : 0;
     }
-    // Both kinds of file occurred often.
-    EXPECT_GT(accepted, 2'000);
+    EXPECT_GT(accepted, 2'000); // both kinds of file occurred often
     EXPECT_LT(accepted, 18'000);
 }

@@ -6,13 +6,12 @@
 #include "foundation/AppException.h"
 #include "foundation/HardwareAddress.h"
 #include "foundation/IPv4Address.h"
+#include "support/FileText.h"
 #include "support/ManualClock.h"
+#include "support/RaisedCode.h"
 #include "wire/DHCPMessage.h"
 
-#include <cstdint>
-#include <fstream>
-#include <functional>
-#include <iterator>
+#include <algorithm>
 #include <optional>
 #include <string>
 #include <vector>
@@ -52,27 +51,15 @@ inline DHCPMessage Discover(const HardwareAddress& client, std::optional<IPv4Add
     return message;
 }
 
-// The code that `action` raises, or -1 when it raises nothing.
-inline int32_t CodeRaisedBy(const std::function<void()>& action)
-{
-    try {
-        action();
-    } catch (const AppException& exception) {
-        return exception.GetCode();
-    }
-    return -1;
-}
-
 inline ByteString ReadBytes(const std::string& path)
 {
-    std::ifstream file(path, std::ios::binary);
-    return ByteString(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+    const std::string text = ReadText(path);
+    return ByteString(text.begin(), text.end());
 }
 
 inline void WriteBytes(const std::string& path, const ByteString& bytes)
 {
-    std::ofstream file(path, std::ios::binary | std::ios::trunc);
-    file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    WriteText(path, std::string(bytes.begin(), bytes.end()));
 }
 
 // Rows compare by every field, start time included.
@@ -84,13 +71,5 @@ inline bool SameRow(const Lease& a, const Lease& b)
 
 inline bool SameRows(const std::vector<Lease>& a, const std::vector<Lease>& b)
 {
-    if (a.size() != b.size()) {
-        return false;
-    }
-    for (size_t i = 0; i < a.size(); ++i) {
-        if (!SameRow(a[i], b[i])) {
-            return false;
-        }
-    }
-    return true;
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(), SameRow);
 }
