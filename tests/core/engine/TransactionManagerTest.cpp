@@ -102,3 +102,27 @@ TEST(TransactionManagerTest, PurgeTiming)
     manager.RemoveExpiredTransactions();
     EXPECT_EQ(manager.GetTransactionCount(), 0u);
 }
+
+// Offered addresses as runs: the lowest address not under offer, with an
+// address shared by two transactions kept until the last of them goes.
+TEST(TransactionManagerTest, LowestNotOfferedPassesOverTheAddressesUnderOffer)
+{
+    ManualClock clock(START);
+    TransactionManager manager(&clock);
+    const auto at = [](int last) { return Offered(last).ToUint32(); };
+    for (int id = 1; id <= 4; ++id) {
+        manager.AddTransaction(static_cast<uint32_t>(id), Offered(239 + id), ClientID(static_cast<uint8_t>(id)));
+    }
+    manager.AddTransaction(5, Offered(242), ClientID(5)); // 240-243 under offer, 242 twice
+    EXPECT_EQ(manager.LowestNotOffered(at(240), at(250)), at(244));
+    EXPECT_EQ(manager.LowestNotOffered(at(238), at(250)), at(238));
+    EXPECT_EQ(manager.LowestNotOffered(at(241), at(243)), std::nullopt);
+
+    manager.RemoveTransaction(3);
+    EXPECT_EQ(manager.LowestNotOffered(at(240), at(250)), at(244));
+    manager.RemoveTransaction(5);
+    EXPECT_EQ(manager.LowestNotOffered(at(240), at(250)), at(242));
+    clock.Set(START + 4);
+    manager.RemoveExpiredTransactions();
+    EXPECT_EQ(manager.LowestNotOffered(at(240), at(250)), at(240));
+}
