@@ -248,16 +248,8 @@ void MessageProcessor::SendAck(const DHCPMessage& message, const IPv4Address& ad
     ReplyArea datagram;
     const size_t length = BuildReply(message, ack, datagram);
 
-    try {
-        SendToClient(message, datagram, length);
-    } catch (const AppException& exception) {
-        if (!IsFailedSend(exception)) {
-            throw;
-        }
-        return;
-    }
     // Logged with ciaddr, so an ACK in SELECTING or INIT-REBOOT shows 0.0.0.0.
-    logManager->AddLogItem(DHCPAckSent, message.GetHardwareAddress(), message.GetClientIPAddress(), false);
+    SendToClientAndLog(message, datagram, length, DHCPAckSent);
 }
 
 void MessageProcessor::SendNak(const DHCPMessage& message)
@@ -271,15 +263,7 @@ void MessageProcessor::SendNak(const DHCPMessage& message)
     ReplyArea datagram;
     const size_t length = nak.Build(datagram, std::span<const uint8_t>());
 
-    try {
-        SendToClient(message, datagram, length);
-    } catch (const AppException& exception) {
-        if (!IsFailedSend(exception)) {
-            throw;
-        }
-        return;
-    }
-    logManager->AddLogItem(DHCPNakSent, message.GetHardwareAddress(), message.GetClientIPAddress(), false);
+    SendToClientAndLog(message, datagram, length, DHCPNakSent);
 }
 
 void MessageProcessor::StartReply(const DHCPMessage& request, MessageType messageType, DHCPMessage& reply) const
@@ -338,6 +322,21 @@ void MessageProcessor::SendToClient(const DHCPMessage& request, const uint8_t* d
     } else {
         listener->SendUnicast(datagram, length, clientAddress);
     }
+}
+
+void MessageProcessor::SendToClientAndLog(const DHCPMessage& request, const uint8_t* datagram, size_t length,
+                                          EventType sentEvent)
+{
+    try {
+        SendToClient(request, datagram, length);
+    } catch (const AppException& exception) {
+        // A failed send is dropped, and so is its log item; table changes stand.
+        if (!IsFailedSend(exception)) {
+            throw;
+        }
+        return;
+    }
+    logManager->AddLogItem(sentEvent, request.GetHardwareAddress(), request.GetClientIPAddress(), false);
 }
 
 void MessageProcessor::LogRequestReceived(const DHCPMessage& message)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "foundation/IPv4Address.h"
+#include "log/EventType.h"
 #include "wire/DHCPMessage.h"
 #include "wire/MessageType.h"
 
@@ -60,6 +61,9 @@ private:
     // To port 68 of ciaddr when the request has one, else broadcast. Raises
     // SendError, NotAllBytesSent.
     void SendToClient(const DHCPMessage& request, const uint8_t* datagram, size_t length);
+    // SendToClient, then the item of `sentEvent` with hw and ciaddr; a failed
+    // send (SendError, NotAllBytesSent) ends quietly without the item.
+    void SendToClientAndLog(const DHCPMessage& request, const uint8_t* datagram, size_t length, EventType sentEvent);
     void LogRequestReceived(const DHCPMessage& message);
 
     AddressManager* addressManager;
