@@ -1,5 +1,7 @@
 #include "LeasesDialog.h"
 
+#include "TableCells.h"
+
 #include "ui_LeasesDialog.h"
 
 #include "allocation/AddressManager.h"
@@ -7,17 +9,6 @@
 #include <QHeaderView>
 #include <QTableWidgetItem>
 #include <QTimer>
-
-namespace {
-
-QTableWidgetItem* MakeCell(const QString& text)
-{
-    auto* item = new QTableWidgetItem(text);
-    item->setTextAlignment(Qt::AlignCenter);
-    return item;
-}
-
-} // namespace
 
 LeasesDialog::LeasesDialog(AddressManager* addressManager, QWidget* parent)
     : QDialog(parent)
@@ -65,9 +56,9 @@ void LeasesDialog::TimerTimeout()
         const int64_t shownRemainingTime = lease.GetRemainingTime(now) / step * step;
         const int row = table->rowCount();
         table->insertRow(row);
-        table->setItem(row, 0, MakeCell(QString::fromStdString(lease.GetHardwareAddress().ToCString())));
-        table->setItem(row, 1, MakeCell(QString::fromStdString(lease.GetIPAddress().ToString())));
-        table->setItem(row, 2, MakeCell(QString::number(shownRemainingTime)));
+        table->setItem(row, 0, TableCells::Make(lease.GetHardwareAddress().ToCString()));
+        table->setItem(row, 1, TableCells::Make(lease.GetIPAddress().ToString()));
+        table->setItem(row, 2, TableCells::Make(QString::number(shownRemainingTime)));
     }
     table->resizeColumnsToContents();
     table->setColumnWidth(0, table->columnWidth(0) + 20);

@@ -1,5 +1,7 @@
 #include "LogBrowserDialog.h"
 
+#include "TableCells.h"
+
 #include "ui_LogBrowserDialog.h"
 
 #include "foundation/AppException.h"
@@ -10,17 +12,6 @@
 #include <QLayout>
 #include <QTableWidgetItem>
 #include <QTimer>
-
-namespace {
-
-QTableWidgetItem* MakeCell(const std::string& text)
-{
-    auto* item = new QTableWidgetItem(QString::fromStdString(text));
-    item->setTextAlignment(Qt::AlignCenter);
-    return item;
-}
-
-} // namespace
 
 LogBrowserDialog::LogBrowserDialog(LogManager* logManager, QWidget* parent)
     : QDialog(parent)
@@ -64,9 +55,9 @@ void LogBrowserDialog::TimerTimeout()
         for (const LogItem& item : items) {
             const int row = table->rowCount();
             table->insertRow(row);
-            table->setItem(row, 0, MakeCell(item.GetTimeString()));
-            table->setItem(row, 1, MakeCell(item.GetEventName()));
-            table->setItem(row, 2, MakeCell(item.GetDetails()));
+            table->setItem(row, 0, TableCells::Make(item.GetTimeString()));
+            table->setItem(row, 1, TableCells::Make(item.GetEventName()));
+            table->setItem(row, 2, TableCells::Make(item.GetDetails()));
         }
         lastShownIndex += static_cast<int>(items.size());
     } catch (const AppException&) {

@@ -1,5 +1,7 @@
 #include "RawOptionsDialog.h"
 
+#include "TableCells.h"
+
 #include "AddRawOptionDialog.h"
 #include "RawOptionsDialogHelp.h"
 #include "ui_RawOptionsDialog.h"
@@ -10,23 +12,6 @@
 
 #include <QHeaderView>
 #include <QTableWidgetItem>
-
-namespace {
-
-QTableWidgetItem* MakeCell(const std::string& text)
-{
-    auto* item = new QTableWidgetItem(QString::fromStdString(text));
-    item->setTextAlignment(Qt::AlignCenter);
-    return item;
-}
-
-std::string CellText(const QTableWidget* table, int row, int column)
-{
-    const QTableWidgetItem* item = table->item(row, column);
-    return item != nullptr ? item->text().toLatin1().toStdString() : std::string();
-}
-
-} // namespace
 
 RawOptionsDialog::RawOptionsDialog(Settings* settings, QWidget* parent)
     : QDialog(parent)
@@ -79,8 +64,8 @@ void RawOptionsDialog::on_tableWidget_cellChanged(int row, int /*column*/)
     }
     std::vector<RawOption>& options = settings->GetAdditionalOptions();
     try {
-        const std::string dataString = CellText(ui->tableWidget, row, 1);
-        const std::string codeString = CellText(ui->tableWidget, row, 0);
+        const std::string dataString = TableCells::Text(ui->tableWidget, row, 1);
+        const std::string codeString = TableCells::Text(ui->tableWidget, row, 0);
         // The code is judged before the data.
         const RawOption option(codeString, dataString);
         if (row >= 0 && static_cast<size_t>(row) < options.size()) {
@@ -127,8 +112,8 @@ void RawOptionsDialog::FillTable()
     for (const RawOption& option : options) {
         const int row = table->rowCount();
         table->insertRow(row);
-        table->setItem(row, 0, MakeCell(option.GetCodeString()));
-        table->setItem(row, 1, MakeCell(option.GetDataString()));
+        table->setItem(row, 0, TableCells::Make(option.GetCodeString()));
+        table->setItem(row, 1, TableCells::Make(option.GetDataString()));
     }
     on_tableWidget_itemSelectionChanged();
     fillingTable = false;

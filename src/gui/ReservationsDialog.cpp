@@ -1,5 +1,7 @@
 #include "ReservationsDialog.h"
 
+#include "TableCells.h"
+
 #include "AddReservationDialog.h"
 #include "ui_ReservationsDialog.h"
 
@@ -11,23 +13,6 @@
 
 #include <QHeaderView>
 #include <QTableWidgetItem>
-
-namespace {
-
-QTableWidgetItem* MakeCell(const std::string& text)
-{
-    auto* item = new QTableWidgetItem(QString::fromStdString(text));
-    item->setTextAlignment(Qt::AlignCenter);
-    return item;
-}
-
-std::string CellText(const QTableWidget* table, int row, int column)
-{
-    const QTableWidgetItem* item = table->item(row, column);
-    return item != nullptr ? item->text().toLatin1().toStdString() : std::string();
-}
-
-} // namespace
 
 ReservationsDialog::ReservationsDialog(AddressManager* addressManager, QWidget* parent)
     : QDialog(parent)
@@ -77,8 +62,8 @@ void ReservationsDialog::on_tableWidget_cellChanged(int row, int /*column*/)
     }
     try {
         // The hardware address is judged first.
-        const HardwareAddress hardwareAddress(CellText(ui->tableWidget, row, 0));
-        const IPv4Address ipAddress(CellText(ui->tableWidget, row, 1));
+        const HardwareAddress hardwareAddress(TableCells::Text(ui->tableWidget, row, 0));
+        const IPv4Address ipAddress(TableCells::Text(ui->tableWidget, row, 1));
         addressManager->ReplaceReservation(static_cast<size_t>(row), AddressReservation(hardwareAddress, ipAddress));
     } catch (const AppException& exception) {
         ShowReservationError(exception);
@@ -120,8 +105,8 @@ void ReservationsDialog::FillTable()
         const AddressReservation reservation = addressManager->GetReservation(index);
         const int row = table->rowCount();
         table->insertRow(row);
-        table->setItem(row, 0, MakeCell(reservation.GetHardwareAddress().ToCString()));
-        table->setItem(row, 1, MakeCell(reservation.GetIPAddress().ToString()));
+        table->setItem(row, 0, TableCells::Make(reservation.GetHardwareAddress().ToCString()));
+        table->setItem(row, 1, TableCells::Make(reservation.GetIPAddress().ToString()));
     }
     on_tableWidget_itemSelectionChanged();
     fillingTable = false;
