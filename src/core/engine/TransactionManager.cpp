@@ -7,9 +7,9 @@
 namespace {
 
 // Removed entries leave their nodes here for the next entries, so that the
-// steady flow of exchanges allocates nothing; a burst frees what is beyond
+// steady flow of exchanges allocates nothing; a purge frees what is beyond
 // this many.
-constexpr size_t MAX_SPARE_NODES = 64;
+constexpr size_t MAX_SPARE_NODES = 1024;
 
 template <typename Map>
 void RemoveEntry(Map& map, typename Map::iterator entry, std::vector<typename Map::node_type>& spareNodes)
@@ -60,7 +60,7 @@ void Decrement(Counts& counts, const Key& key, std::vector<typename Counts::node
 } // namespace
 
 TransactionManager::TransactionManager(const Clock* clock)
-    : clock(clock != nullptr ? clock : &systemClock), lastPurgeTime(this->clock->Now())
+    : clock(clock != nullptr ? clock : &systemClock), lastPurgeTime(this->clock->Now()), latestReading(lastPurgeTime)
 {
     spareTransactionNodes.reserve(MAX_SPARE_NODES);
     spareAddressNodes.reserve(MAX_SPARE_NODES);
@@ -76,7 +76,7 @@ Transaction& TransactionManager::Transactions(uint32_t id)
 {
     const auto entry = transactions.find(id);
     PRECONDITION(entry != transactions.end());
-    return entry->second;
+    return entry->second.transaction;
 }
 
 void TransactionManager::AddTransaction(uint32_t id, const IPv4Address& offeredAddress,
@@ -84,16 +84,20 @@ void TransactionManager::AddTransaction(uint32_t id, const IPv4Address& offeredA
 {
     PRECONDITION(!TransactionExists(id));
     PRECONDITION(!clientIdentifier.IsEmpty());
-    const auto entry =
-        AddEntry(transactions, id, Transaction(id, offeredAddress, clientIdentifier, clock->Now()), spareTransactionNodes);
-    IndexTransaction(entry->second);
+    const int64_t now = Now();
+    Entry& entry = AddEntry(transactions, id, Entry{Transaction(id, offeredAddress, clientIdentifier, now), now},
+                            spareTransactionNodes)
+                       ->second;
+    FileByAge(entry, now);
+    IndexTransaction(entry.transaction);
 }
 
 void TransactionManager::RemoveTransaction(uint32_t id)
 {
     const auto entry = transactions.find(id);
     PRECONDITION(entry != transactions.end());
-    UnindexTransaction(entry->second);
+    UnfileByAge(entry->second);
+    UnindexTransaction(entry->second.transaction);
     RemoveEntry(transactions, entry, spareTransactionNodes);
 }
 
@@ -108,23 +112,96 @@ bool TransactionManager::TransactionExistsForClient(const ClientIdentifier& iden
     return transactionsByClient.contains(ClientKey(identifier));
 }
 
-void TransactionManager::RemoveExpiredTransactions()
+int64_t TransactionManager::Now() const
 {
     const int64_t now = clock->Now();
+    if (now < latestReading) {
+        clockWentBack = true;
+    }
+    latestReading = now;
+    return now;
+}
+
+void TransactionManager::RemoveExpiredTransactions()
+{
+    const int64_t now = Now();
     if (now - lastPurgeTime <= PURGE_INTERVAL) {
         return;
     }
-    // Collected first, removed afterwards, so the walk is not disturbed.
+    // Collected first, removed afterwards, so the lists are not disturbed.
     std::vector<uint32_t> expired;
-    for (const auto& [id, transaction] : transactions) {
-        if (now - transaction.GetLastMessageTime() > TRANSACTION_TIMEOUT) {
-            expired.push_back(id);
-        }
+    if (clockWentBack) {
+        clockWentBack = false;
+        CollectExpiredByWalk(now, expired);
+    } else {
+        CollectExpiredByAge(now, expired);
     }
     for (const uint32_t id : expired) {
         RemoveTransaction(id);
     }
-    lastPurgeTime = clock->Now();
+    lastPurgeTime = Now();
+}
+
+void TransactionManager::CollectExpiredByAge(int64_t now, std::vector<uint32_t>& expired)
+{
+    std::vector<Entry*> stampedLater;
+    for (auto bucket = ageBuckets.begin(); bucket != ageBuckets.end() && now - bucket->first > TRANSACTION_TIMEOUT;
+         ++bucket) {
+        for (Entry* entry = bucket->second; entry != nullptr; entry = entry->next) {
+            const Transaction& transaction = entry->transaction;
+            if (now - transaction.GetLastMessageTime() > TRANSACTION_TIMEOUT) {
+                expired.push_back(transaction.GetID());
+            } else {
+                stampedLater.push_back(entry);
+            }
+        }
+    }
+    for (Entry* entry : stampedLater) {
+        UnfileByAge(*entry);
+        FileByAge(*entry, entry->transaction.GetLastMessageTime());
+    }
+}
+
+void TransactionManager::CollectExpiredByWalk(int64_t now, std::vector<uint32_t>& expired)
+{
+    for (auto& [id, entry] : transactions) {
+        if (now - entry.transaction.GetLastMessageTime() > TRANSACTION_TIMEOUT) {
+            expired.push_back(id);
+        }
+        UnfileByAge(entry);
+        FileByAge(entry, entry.transaction.GetLastMessageTime());
+    }
+}
+
+void TransactionManager::FileByAge(Entry& entry, int64_t second)
+{
+    Entry*& first = ageBuckets[second];
+    entry.bucketSecond = second;
+    entry.previous = nullptr;
+    entry.next = first;
+    if (first != nullptr) {
+        first->previous = &entry;
+    }
+    first = &entry;
+}
+
+void TransactionManager::UnfileByAge(Entry& entry)
+{
+    if (entry.next != nullptr) {
+        entry.next->previous = entry.previous;
+    }
+    if (entry.previous != nullptr) {
+        entry.previous->next = entry.next;
+        return;
+    }
+    const auto bucket = ageBuckets.find(entry.bucketSecond);
+    // Invariant: an entry without a predecessor heads its bucket.
+    PRECONDITION(bucket != ageBuckets.end() && bucket->second == &entry);
+    if (entry.next != nullptr) {
+        bucket->second = entry.next;
+    } else {
+        ageBuckets.erase(bucket);
+    }
 }
 
 size_t TransactionManager::GetTransactionCount() const

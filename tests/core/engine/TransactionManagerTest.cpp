@@ -126,3 +126,28 @@ TEST(TransactionManagerTest, LowestNotOfferedPassesOverTheAddressesUnderOffer)
     manager.RemoveExpiredTransactions();
     EXPECT_EQ(manager.LowestNotOffered(at(240), at(250)), at(240));
 }
+
+// A purge finds expired transactions by the second they were filed under;
+// one stamped earlier than that, because the clock went back in between,
+// must still go on time.
+TEST(TransactionManagerTest, PurgeIsExactWhenTheClockGoesBack)
+{
+    ManualClock clock(START);
+    TransactionManager manager(&clock);
+    clock.Set(START + 10);
+    manager.AddTransaction(1, Offered(240), ClientID(1));
+    manager.AddTransaction(2, Offered(241), ClientID(2));
+    clock.Set(START + 2);
+    manager.Transactions(1).SetLastMessageType(DHCPOFFER, manager.Now());
+    clock.Set(START + 6);
+    manager.RemoveExpiredTransactions(); // 1 is 4 s old; 2 was stamped in the future
+    EXPECT_FALSE(manager.TransactionExists(1));
+    EXPECT_FALSE(manager.TransactionExistsForAddress(Offered(240)));
+    EXPECT_TRUE(manager.TransactionExists(2));
+
+    // Later purges run by age again and still see 2, filed anew.
+    clock.Set(START + 14);
+    manager.RemoveExpiredTransactions();
+    EXPECT_FALSE(manager.TransactionExists(2));
+    EXPECT_EQ(manager.GetTransactionCount(), 0u);
+}
