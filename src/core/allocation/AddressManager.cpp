@@ -179,10 +179,21 @@ void AddressManager::AddLease(const HardwareAddress& hardwareAddress, const IPv4
 {
     const std::lock_guard lock(leasesMutex);
     const int64_t now = clock->Now();
+    leases.Reserve(ExpectedLeaseCount());
     // Whoever held this address loses the row; the new one goes to the end.
     leases.EraseFirstByIPAddress(address);
     leases.Append(Lease(hardwareAddress, address, duration, now));
     freeAddresses.Refresh(address.ToUint32(), leases, addressReservations, now);
+}
+
+size_t AddressManager::ExpectedLeaseCount() const
+{
+    // As many rows as the pool has addresses, up to a /16: room made once,
+    // for a table that usually fills its pool; larger pools grow as they go.
+    constexpr uint32_t MOST_ROWS_RESERVED = 65536;
+    const uint32_t start = settings->GetPoolStartAddress().ToUint32();
+    const uint32_t end = settings->GetPoolEndAddress().ToUint32();
+    return start > end ? 0 : std::min(end - start, MOST_ROWS_RESERVED - 1) + 1;
 }
 
 void AddressManager::RemoveLease(const IPv4Address& address)

@@ -94,6 +94,8 @@ private:
     IPv4Address GetLeasedAddressLocked(const HardwareAddress& hardwareAddress) const;
     // Erases the first row with this address and tells the index.
     void EraseLeaseLocked(const IPv4Address& address);
+    // The number of rows the lease table makes room for ahead of need.
+    size_t ExpectedLeaseCount() const;
     // Tells the index of a change of the reservation of `address`.
     void ReservationChanged(const IPv4Address& address);
     // Raises the codes of the reservation checks; skips row `skippedIndex`.

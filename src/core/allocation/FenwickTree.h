@@ -17,6 +17,8 @@ public:
     void Assign(const std::vector<uint32_t>& values);
     // Adds a slot at the end.
     void PushBack(uint32_t value);
+    // Room for `count` slots, so that growing to them moves nothing.
+    void Reserve(size_t count) { tree.reserve(count + 1); }
     // Precondition: slot < Size(); the count of the slot stays non-negative.
     void Add(size_t slot, int32_t delta);
     // Sum of the slots [0, count). Precondition: count <= Size().

@@ -106,6 +106,20 @@ void LeaseTable::Append(const Lease& lease)
     IndexRow(lease, serial);
 }
 
+void LeaseTable::Reserve(size_t rows)
+{
+    if (rows <= reservedRows) {
+        return;
+    }
+    reservedRows = rows;
+    rowsBySlot.reserve(rows);
+    serials.reserve(rows);
+    live.reserve(rows);
+    liveSlots.Reserve(rows);
+    rowsByIPAddress.reserve(rows);
+    rowsByHardwareAddress.reserve(rows);
+}
+
 void LeaseTable::EraseFirstByIPAddress(const IPv4Address& address)
 {
     ++version;

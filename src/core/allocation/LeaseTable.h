@@ -60,6 +60,10 @@ public:
     size_t IPAddressCount() const { return rowsByIPAddress.size(); }
 
     void Append(const Lease& lease);
+    // Room for `rows` rows, so that the table grows to them without moving
+    // its rows or rehashing its indexes: that is work in proportion to the
+    // whole table, and it would fall on one unlucky lease.
+    void Reserve(size_t rows);
     // Erases the first row with this address and closes the gap; nothing
     // when there is none.
     void EraseFirstByIPAddress(const IPv4Address& address);
@@ -116,6 +120,7 @@ private:
     std::vector<uint8_t> live;
     FenwickTree liveSlots;
     size_t liveRows = 0;
+    size_t reservedRows = 0;
     Serial nextSerial = 0;
     std::unordered_map<uint32_t, SerialList> rowsByIPAddress;
     std::unordered_map<HardwareAddress, SerialList, HardwareAddressHash> rowsByHardwareAddress;
