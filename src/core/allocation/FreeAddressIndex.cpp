@@ -24,8 +24,14 @@ void FreeAddressIndex::Update(const LeaseTable& leases, const ReservationTable& 
         const auto [time, address] = due.top();
         due.pop();
         const auto scheduled = recheckTimes.find(address);
-        if (scheduled != recheckTimes.end() && scheduled->second == time) {
+        if (scheduled == recheckTimes.end() || scheduled->second.queuedAt != time) {
+            continue; // stale
+        }
+        scheduled->second.queuedAt = NOT_QUEUED;
+        if (scheduled->second.time <= now) {
             Recheck(address, leases, reservations, now);
+        } else {
+            Enqueue(address, scheduled->second, scheduled->second.time); // renewed meanwhile
         }
     }
     checkedAt = now;
@@ -66,7 +72,7 @@ void FreeAddressIndex::Rebuild(const LeaseTable& leases, const ReservationTable&
             takenAddresses.push_back(value);
         }
         const int64_t time = leases.NextStateChange(address, now);
-        recheckTimes.emplace(value, time);
+        recheckTimes.emplace(value, RecheckTime{time, time});
         entries.emplace_back(time, value);
     });
     for (size_t row = 0; row < reservations.Size(); ++row) {
@@ -102,11 +108,17 @@ void FreeAddressIndex::Schedule(uint32_t address, int64_t time)
         recheckTimes.erase(address);
         return;
     }
-    const auto [entry, added] = recheckTimes.try_emplace(address, time);
-    if (added || entry->second != time) {
-        entry->second = time;
-        due.emplace(time, address);
+    const auto [entry, added] = recheckTimes.try_emplace(address, RecheckTime{time, NOT_QUEUED});
+    entry->second.time = time;
+    if (time < entry->second.queuedAt) {
+        Enqueue(address, entry->second, time);
     }
+}
+
+void FreeAddressIndex::Enqueue(uint32_t address, RecheckTime& recheck, int64_t time)
+{
+    recheck.queuedAt = time;
+    due.emplace(time, address);
 }
 
 void FreeAddressIndex::DropStaleEntriesIfMany()
@@ -116,8 +128,9 @@ void FreeAddressIndex::DropStaleEntriesIfMany()
     }
     std::vector<DueEntry> entries;
     entries.reserve(recheckTimes.size());
-    for (const auto& [address, time] : recheckTimes) {
-        entries.emplace_back(time, address);
+    for (auto& [address, recheck] : recheckTimes) {
+        recheck.queuedAt = recheck.time;
+        entries.emplace_back(recheck.time, address);
     }
     due = decltype(due)(std::greater<>(), std::move(entries));
 }

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <optional>
 #include <queue>
 #include <unordered_map>
@@ -44,11 +45,22 @@ public:
 
 private:
     using DueEntry = std::pair<int64_t, uint32_t>; // recheck time, address
+    // When an address must be looked at again, and the time of its entry in
+    // `due`. A renewal moves the recheck later without a new entry: the old,
+    // earlier one comes due first and is then put back at the real time. So
+    // the queue keeps about one entry per address however often leases are
+    // renewed, and never needs rebuilding for them.
+    struct RecheckTime {
+        int64_t time;
+        int64_t queuedAt;
+    };
+    static constexpr int64_t NOT_QUEUED = std::numeric_limits<int64_t>::max();
 
     void Rebuild(const LeaseTable& leases, const ReservationTable& reservations, int64_t now);
     // Looks at the address afresh at `now`.
     void Recheck(uint32_t address, const LeaseTable& leases, const ReservationTable& reservations, int64_t now);
     void Schedule(uint32_t address, int64_t time);
+    void Enqueue(uint32_t address, RecheckTime& recheck, int64_t time);
     void DropStaleEntriesIfMany();
 
     bool valid = false;
@@ -58,8 +70,9 @@ private:
     // reserved or, at the time of its last check, had a row not expired.
     AddressRangeSet taken;
     // Invariant, while valid: exactly the addresses with rows, each with the
-    // second at which it must be looked at again; `due` holds an entry equal
-    // to each. Entries of `due` that differ are stale and skipped.
-    std::unordered_map<uint32_t, int64_t> recheckTimes;
+    // second at which it must be looked at again; `due` holds an entry at
+    // queuedAt for each, and queuedAt <= time. Entries of `due` at another
+    // time than their address's queuedAt are stale and skipped.
+    std::unordered_map<uint32_t, RecheckTime> recheckTimes;
     std::priority_queue<DueEntry, std::vector<DueEntry>, std::greater<>> due;
 };
