@@ -11,20 +11,14 @@
 TEST(MessageOptionsTest, GettersRefuseAbsentOptions)
 {
     MessageOptions options;
-    const std::function<void()> reads[] = {
-        [&] { options.GetSubnetMask(); },         [&] { options.GetRouter(); },
-        [&] { options.GetDNSAddress1(); },        [&] { options.GetHostName(); },
-        [&] { options.GetBroadcastAddress(); },   [&] { options.GetRequestedIPAddress(); },
-        [&] { options.GetIPAddressLeaseTime(); }, [&] { options.GetMessageType(); },
-        [&] { options.GetServerIdentifier(); },   [&] { options.GetParameterRequestList(); },
-        [&] { options.GetClientIdentifier(); },   [&] { options.GetMaximumDHCPMessageSize(); },
-    };
+    options.SetMessageType(DHCPREQUEST);
+    options.RemoveOption(53);
+    const std::function<void()> reads[] = {[&] { options.GetMessageType(); }, [&] { options.GetRequestedIPAddress(); },
+                                           [&] { options.GetServerIdentifier(); }, [&] { options.GetHostName(); },
+                                           [&] { options.GetParameterRequestList(); }};
     for (size_t i = 0; i < std::size(reads); ++i) {
         EXPECT_EQ(CodeRaisedBy(reads[i]), AppException::OptionNotPresent) << "getter " << i;
     }
-    options.SetMessageType(DHCPREQUEST);
-    options.RemoveOption(53);
-    EXPECT_EQ(CodeRaisedBy([&] { options.GetMessageType(); }), AppException::OptionNotPresent);
 }
 
 TEST(MessageOptionsTest, TheTwoDNSAddressesShareOneFlag)
