@@ -3,10 +3,10 @@
 #include "support/FileText.h"
 #include "support/RaisedCode.h"
 #include "support/TemporaryFolder.h"
-#include "support/Unprivileged.h"
 
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <iterator>
@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 namespace {
@@ -164,25 +165,23 @@ TEST(ToolsFilesTest, ReplaceFileContentsKeepsModeAndLinksOrLeavesTheOldFile)
     EXPECT_FALSE(Tools::ReplaceFileContents(folder.FilePath("missing-folder/file"), "new"));
     EXPECT_EQ(CountEntries(folder.Path()), 3u); // no temporary file left behind
 
-    // A folder without write access: the old file stays, no temporary file.
-    const std::string locked = folder.FilePath("locked");
-    const std::string lockedFile = locked + "/settings.cfg";
-    std::filesystem::create_directory(locked);
-    ASSERT_TRUE(WriteText(lockedFile, "old\n"));
-    ::chmod(lockedFile.c_str(), 0666);
-    ::chmod(locked.c_str(), 0555);
-    ::chmod(folder.Path().c_str(), 0755);
-    // Bit 0: the write was refused; bit 1: the line end conversion raised FileWritingError.
-    const int result = RunUnprivileged([&] {
-        const bool refused = !Tools::ReplaceFileContents(lockedFile, "new\n");
-        const bool conversionRefused =
-            CodeRaisedBy([&] { Tools::NormalizeEOL(lockedFile); }) == AppException::FileWritingError;
-        return (refused ? 1 : 0) | (conversionRefused ? 2 : 0);
-    });
-    if (result < 0) {
-        GTEST_SKIP() << "cannot drop root privileges to test a folder without write access";
-    }
-    EXPECT_EQ(result, 3);
-    EXPECT_EQ(ReadText(lockedFile), "old\n");
-    EXPECT_EQ(CountEntries(locked), 1u);
+    // The new contents cannot be written in full (a file size limit stops the
+    // temporary file, also for root): the old file stays whole, no temporary
+    // file is left, and a line end conversion raises.
+    const std::string old(40, '\n');
+    ASSERT_TRUE(WriteText(path, old));
+    struct rlimit original {};
+    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &original), 0);
+    const auto previousHandler = std::signal(SIGXFSZ, SIG_IGN);
+    struct rlimit small = original;
+    small.rlim_cur = 64;
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+    const bool replaced = Tools::ReplaceFileContents(path, std::string(100, 'x'));
+    const int converted = CodeRaisedBy([&] { Tools::NormalizeEOL(path); });
+    ::setrlimit(RLIMIT_FSIZE, &original);
+    std::signal(SIGXFSZ, previousHandler);
+    EXPECT_FALSE(replaced);
+    EXPECT_EQ(converted, AppException::FileWritingError);
+    EXPECT_EQ(ReadText(path), old);
+    EXPECT_EQ(CountEntries(folder.Path()), 3u);
 }

@@ -29,8 +29,6 @@ TEST(ToolsTest, StringsIntegersAndArguments)
     for (const char* bad : {"-7", "+7", "7 ", " 7", "", "1a", "0x10", "2147483648", "4294967297"}) {
         EXPECT_EQ(CodeRaisedBy([&] { Tools::StringToInt(bad); }), AppException::StringNotValidInteger) << bad;
     }
-    EXPECT_TRUE(Tools::IsPowerOfTwo(1) && Tools::IsPowerOfTwo(0x80000000u));
-    EXPECT_FALSE(Tools::IsPowerOfTwo(0) || Tools::IsPowerOfTwo(6) || Tools::IsPowerOfTwo(0xC0000000u));
 
     // Whole trimmed lower-cased arguments, index 0 included, up to the count.
     const char* const arguments[] = {"/usr/bin/Tarnvel", " -M ", "- s", "-s"};

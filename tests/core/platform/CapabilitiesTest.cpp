@@ -1,5 +1,4 @@
 #include "platform/Capabilities.h"
-#include "support/NetworkNamespaces.h"
 
 #include <linux/capability.h>
 #include <sys/prctl.h>
@@ -56,19 +55,4 @@ TEST(CapabilitiesTest, RootOrTheBindCapabilityAllowsPrivilegedPorts)
     ASSERT_EQ(waitpid(child, &status, 0), child);
     ASSERT_TRUE(WIFEXITED(status));
     EXPECT_EQ(WEXITSTATUS(status), Passed);
-}
-
-TEST(CapabilitiesTest, PrivilegedPortsFollowTheNamespaceSetting)
-{
-    if (!NamespacePair::Available()) {
-        GTEST_SKIP() << NamespacePair::SKIP_MESSAGE;
-    }
-    const NamespacePair pair;
-    const auto isPrivileged = [&](uint16_t port) {
-        return NetworkNamespaces::RunIn(pair.ServerNamespace(), [port] { return Capabilities::IsPrivilegedPort(port); });
-    };
-    EXPECT_TRUE(isPrivileged(1023));
-    EXPECT_FALSE(isPrivileged(1024));
-    pair.RunInServer("sysctl -q -w net.ipv4.ip_unprivileged_port_start=0");
-    EXPECT_FALSE(isPrivileged(67));
 }
