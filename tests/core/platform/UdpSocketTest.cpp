@@ -52,6 +52,8 @@ protected:
             GTEST_SKIP() << NamespacePair::SKIP_MESSAGE;
         }
         pair = std::make_unique<NamespacePair>();
+        client = NetworkNamespaces::RunIn(pair->ClientNamespace(),
+                                          [&] { return std::make_unique<UdpTestPeer>(pair->ClientInterface(), 68); });
     }
 
     // Opens port 67 inside the server namespace; the code raised, or -1.
@@ -59,32 +61,21 @@ protected:
     {
         return CodeRaisedBy([&] { NetworkNamespaces::RunIn(pair->ServerNamespace(), [&] { socket.Open(address, 67); }); });
     }
-    // A further address on the server's veth end.
-    IPv4Address AddServerAddress(uint8_t host) const
-    {
-        const IPv4Address address = pair->AddressInSubnet(host);
-        pair->RunInServer("ip address add " + address.ToString() + "/24 dev " + pair->ServerInterface());
-        return address;
-    }
-    std::unique_ptr<UdpTestPeer> ClientPeer() const
-    {
-        return NetworkNamespaces::RunIn(pair->ClientNamespace(),
-                                        [&] { return std::make_unique<UdpTestPeer>(pair->ClientInterface(), 68); });
-    }
 
     std::unique_ptr<NamespacePair> pair;
+    std::unique_ptr<UdpTestPeer> client;
 };
 
 } // namespace
 
-TEST_F(UdpSocketTest, ReceivesBroadcastAndRepliesFromTheListeningAddress)
+TEST_F(UdpSocketTest, ReceivesBroadcastRepliesFromTheListeningAddressAndBindsOncePerInterface)
 {
     // The socket listens on the interface's second address, so a reply that
     // took the interface's first address as its source would be caught.
-    const IPv4Address listeningAddress = AddServerAddress(3);
+    const IPv4Address listeningAddress = pair->AddressInSubnet(3);
+    pair->RunInServer("ip address add " + listeningAddress.ToString() + "/24 dev " + pair->ServerInterface());
     UdpSocket server;
     ASSERT_EQ(OpenInServer(server, listeningAddress), -1);
-    const auto client = ClientPeer();
     client->SendTo(ByteString(300, 1), BROADCAST, 67);
     EXPECT_EQ(ReceiveWithin(server), ByteString(300, 1));
     for (const IPv4Address& destination : {BROADCAST, pair->ClientAddress()}) {
@@ -102,16 +93,10 @@ TEST_F(UdpSocketTest, ReceivesBroadcastAndRepliesFromTheListeningAddress)
     EXPECT_EQ(ReceiveWithin(server), ByteString{});
     client->SendTo(ByteString(300, 8), BROADCAST, 67);
     EXPECT_EQ(ReceiveWithin(server, 10), ByteString(10, 8));
-}
 
-TEST_F(UdpSocketTest, OneSocketPerInterfaceAndPortAndFailuresCarryTheirCodes)
-{
-    UdpSocket first;
-    ASSERT_EQ(OpenInServer(first, pair->ServerAddress()), -1);
+    // Another address of the same interface is still the same interface.
     UdpSocket second;
     EXPECT_EQ(OpenInServer(second, pair->ServerAddress()), AppException::CannotBindSocket);
-    // Another address of the same interface is still the same interface.
-    EXPECT_EQ(OpenInServer(second, AddServerAddress(3)), AppException::CannotBindSocket);
     // No interface carries these; the client's address is in the other namespace.
     EXPECT_EQ(OpenInServer(second, pair->AddressInSubnet(77)), AppException::CannotDetermineInterfaceName);
     EXPECT_EQ(OpenInServer(second, pair->ClientAddress()), AppException::CannotDetermineInterfaceName);
@@ -121,9 +106,8 @@ TEST_F(UdpSocketTest, OneSocketPerInterfaceAndPortAndFailuresCarryTheirCodes)
     pair->RunInServer("ip link set tvextra up");
     UdpSocket other;
     EXPECT_EQ(OpenInServer(other, IPv4Address(192, 168, 78, 1)), -1);
-
     // Close gives the port back.
-    first.Close();
+    server.Close();
     ASSERT_EQ(OpenInServer(second, pair->ServerAddress()), -1);
     // The interface went down under the server.
     pair->RunInServer("ip link set " + pair->ServerInterface() + " down");
@@ -149,7 +133,6 @@ TEST_F(UdpSocketTest, InterruptEndsAWaitingReceiveButSignalsDoNot)
     receiver.join();
     EXPECT_FALSE(result);
     // The interrupt stays in force, even over a waiting datagram.
-    const auto client = ClientPeer();
     client->SendTo(ByteString(300, 6), BROADCAST, 67);
     std::this_thread::sleep_for(50ms);
     uint8_t buffer[600];
