@@ -26,26 +26,25 @@ size_t CountEntries(const std::string& folder)
 }
 
 // Clears HOME, TEMP and the XDG folders for one test; puts them and the current folder back.
-class EnvironmentGuard {
-public:
+struct EnvironmentGuard {
+    static constexpr const char* NAMES[] = {"TEMP", "HOME", "XDG_STATE_HOME", "XDG_DATA_HOME"};
+
     EnvironmentGuard()
     {
-        for (const char* name : {"TEMP", "HOME", "XDG_STATE_HOME", "XDG_DATA_HOME"}) {
-            const char* value = std::getenv(name);
-            saved.emplace_back(name, value ? std::optional<std::string>(value) : std::nullopt);
+        for (const char* name : NAMES) {
+            saved.push_back(std::getenv(name) ? std::optional<std::string>(std::getenv(name)) : std::nullopt);
             ::unsetenv(name);
         }
     }
     ~EnvironmentGuard()
     {
-        for (const auto& [name, value] : saved) {
-            value ? ::setenv(name.c_str(), value->c_str(), 1) : ::unsetenv(name.c_str());
+        for (size_t i = 0; i < saved.size(); ++i) {
+            saved[i] ? ::setenv(NAMES[i], saved[i]->c_str(), 1) : ::unsetenv(NAMES[i]);
         }
         std::filesystem::current_path(current);
     }
 
-private:
-    std::vector<std::pair<std::string, std::optional<std::string>>> saved;
+    std::vector<std::optional<std::string>> saved;
     std::filesystem::path current = std::filesystem::current_path();
 };
 

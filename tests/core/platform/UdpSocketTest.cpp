@@ -59,7 +59,8 @@ protected:
     // Opens port 67 inside the server namespace; the code raised, or -1.
     int32_t OpenInServer(UdpSocket& socket, const IPv4Address& address) const
     {
-        return CodeRaisedBy([&] { NetworkNamespaces::RunIn(pair->ServerNamespace(), [&] { socket.Open(address, 67); }); });
+        const auto open = [&] { socket.Open(address, 67); };
+        return CodeRaisedBy([&] { NetworkNamespaces::RunIn(pair->ServerNamespace(), open); });
     }
 
     std::unique_ptr<NamespacePair> pair;
