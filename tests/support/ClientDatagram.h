@@ -13,10 +13,13 @@ inline ByteString AddressBytes(const IPv4Address& address)
     return {address[0], address[1], address[2], address[3]};
 }
 
-// The bytes of a client's datagram as a DHCP client would send them, built
-// without the server's own writer: fixed header, magic cookie, option 53, the
-// options in the order given, End. Options the server never writes (50, 55)
-// can be put in, and the bytes can be broken on purpose afterwards.
+// A MAC address 02:00:xx:xx:xx:xx made from a number, for many clients.
+std::vector<uint8_t> TestMac(uint32_t number);
+
+// A client's datagram as a DHCP client would send it, built without the
+// server's own writer: header, magic cookie, option 53, the options in the
+// order given, End. Options the server never writes (50, 55) can be put in,
+// and its bytes can be broken on purpose afterwards.
 class ClientDatagram {
 public:
     // op 1, htype 1, hlen and chaddr from `chaddr` (at most 16 bytes).
@@ -40,7 +43,7 @@ public:
     }
     ClientDatagram& WithoutMessageType() { return Set(messageType, std::nullopt); }
 
-    ByteString Bytes() const;
+    operator ByteString() const; // the bytes on the wire
 
 private:
     template <typename Field, typename Value>
@@ -62,9 +65,6 @@ private:
 
 // The options of a sent datagram as they stand on the wire, read without the
 // server's parser (which skips codes it never reads, such as 1, 3, 6 and 51):
-// the codes in their order with End last, and the value of the first `code`.
-std::vector<uint8_t> WireOptionCodes(const ByteString& datagram);
-std::optional<ByteString> FindWireOption(const ByteString& datagram, uint8_t code);
-
-// A MAC address 02:00:xx:xx:xx:xx made from a number, for many clients.
-std::vector<uint8_t> TestMac(uint32_t number);
+// code and value in their order, Pad skipped, End last. Raises
+// std::runtime_error for an option that runs past the end.
+std::vector<std::pair<uint8_t, ByteString>> WireOptions(const ByteString& datagram);

@@ -2,11 +2,10 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
@@ -35,17 +34,16 @@ UdpTestPeer::UdpTestPeer(const std::string& interfaceName, uint16_t port)
     : handle(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP))
 {
     Require(handle >= 0, "socket");
-    try {
-        const int enable = 1;
-        const sockaddr_in any = SocketAddress(IPv4Address(), port);
-        Require(setsockopt(handle, SOL_SOCKET, SO_BINDTODEVICE, interfaceName.c_str(),
-                           static_cast<socklen_t>(interfaceName.size())) == 0,
-                "SO_BINDTODEVICE " + interfaceName);
-        Require(setsockopt(handle, SOL_SOCKET, SO_BROADCAST, &enable, sizeof(enable)) == 0, "SO_BROADCAST");
-        Require(bind(handle, reinterpret_cast<const sockaddr*>(&any), sizeof(any)) == 0, "bind");
-    } catch (...) {
+    const int enable = 1;
+    const sockaddr_in any = SocketAddress(IPv4Address(), port);
+    if (setsockopt(handle, SOL_SOCKET, SO_BINDTODEVICE, interfaceName.c_str(),
+                   static_cast<socklen_t>(interfaceName.size())) != 0 ||
+        setsockopt(handle, SOL_SOCKET, SO_BROADCAST, &enable, sizeof(enable)) != 0 ||
+        bind(handle, reinterpret_cast<const sockaddr*>(&any), sizeof(any)) != 0) {
+        const int error = errno;
         close(handle);
-        throw;
+        errno = error;
+        Require(false, "UDP peer on " + interfaceName + " port " + std::to_string(port));
     }
 }
 
@@ -64,23 +62,15 @@ void UdpTestPeer::SendTo(const ByteString& data, const IPv4Address& destination,
 
 std::optional<UdpTestPeer::Datagram> UdpTestPeer::Receive(std::chrono::milliseconds timeout)
 {
-    // A zero time-out would mean no time-out at all.
-    const auto microseconds = std::max<int64_t>(1, std::chrono::microseconds(timeout).count());
-    const timeval wait{static_cast<time_t>(microseconds / 1'000'000),
-                       static_cast<suseconds_t>(microseconds % 1'000'000)};
-    Require(setsockopt(handle, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof(wait)) == 0, "SO_RCVTIMEO");
-    Datagram datagram;
-    datagram.data.resize(65507); // the largest UDP payload
-    sockaddr_in sender{};
-    socklen_t senderLength = sizeof(sender);
-    ssize_t received = -1;
-    do {
-        received = recvfrom(handle, datagram.data.data(), datagram.data.size(), 0,
-                            reinterpret_cast<sockaddr*>(&sender), &senderLength);
-    } while (received < 0 && errno == EINTR);
-    if (received < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+    pollfd waiting{handle, POLLIN, 0};
+    if (poll(&waiting, 1, static_cast<int>(timeout.count())) <= 0) {
         return std::nullopt;
     }
+    Datagram datagram{ByteString(65507), IPv4Address(), 0}; // the largest UDP payload
+    sockaddr_in sender{};
+    socklen_t senderLength = sizeof(sender);
+    const ssize_t received = recvfrom(handle, datagram.data.data(), datagram.data.size(), 0,
+                                      reinterpret_cast<sockaddr*>(&sender), &senderLength);
     Require(received >= 0, "recvfrom");
     datagram.data.resize(static_cast<size_t>(received));
     datagram.source = IPv4Address::FromUint32(ntohl(sender.sin_addr.s_addr));
