@@ -25,6 +25,7 @@ ClientDatagram::operator ByteString() const
     for (int i = 0; i < 4; ++i) {
         bytes[4 + i] = static_cast<uint8_t>(xid >> (24 - 8 * i));
         bytes[12 + i] = ciaddr[i];
+        bytes[16 + i] = yiaddr[i];
         bytes[24 + i] = giaddr[i];
     }
     bytes[10] = broadcast ? 0x80 : 0;

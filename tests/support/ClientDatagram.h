@@ -16,10 +16,10 @@ inline ByteString AddressBytes(const IPv4Address& address)
 // A MAC address 02:00:xx:xx:xx:xx made from a number, for many clients.
 std::vector<uint8_t> TestMac(uint32_t number);
 
-// A client's datagram as a DHCP client would send it, built without the
-// server's own writer: header, magic cookie, option 53, the options in the
-// order given, End. Options the server never writes (50, 55) can be put in,
-// and its bytes can be broken on purpose afterwards.
+// A client's datagram as a DHCP client would send it (or a reply as a client
+// expects it), built without the server's own writer: header, magic cookie,
+// option 53, the options in the order given, End. Options the server never
+// writes (50, 55) can be put in, and its bytes can be broken on purpose.
 class ClientDatagram {
 public:
     // op 1, htype 1, hlen and chaddr from `chaddr` (at most 16 bytes).
@@ -32,6 +32,7 @@ public:
     ClientDatagram& BroadcastFlag(bool set) { return Set(broadcast, set); }
     ClientDatagram& ClientAddress(const IPv4Address& address) { return Set(ciaddr, address); }
     ClientDatagram& GatewayAddress(const IPv4Address& address) { return Set(giaddr, address); }
+    ClientDatagram& YourAddress(const IPv4Address& address) { return Set(yiaddr, address); }
     ClientDatagram& RequestedAddress(const IPv4Address& address) { return Option(50, AddressBytes(address)); }
     ClientDatagram& ServerIdentifier(const IPv4Address& address) { return Option(54, AddressBytes(address)); }
     ClientDatagram& ParameterRequestList(const ByteString& codes) { return Option(55, codes); }
@@ -57,6 +58,7 @@ private:
     uint32_t xid;
     bool broadcast = false;
     IPv4Address ciaddr;
+    IPv4Address yiaddr;
     IPv4Address giaddr;
     std::vector<uint8_t> chaddr;
     std::optional<uint8_t> messageType;

@@ -20,80 +20,68 @@ namespace {
 // Every namespace of the tests is named "tvt<owner's PID>...".
 const std::string NAMESPACE_PREFIX = "tvt";
 
+// Runs a shell command; true when it succeeds. Its standard output and
+// error go to `output` together.
+bool Run(const std::string& command, std::string* output = nullptr)
+{
+    FILE* pipe = popen((command + " 2>&1").c_str(), "r");
+    if (pipe == nullptr) {
+        return false;
+    }
+    char chunk[4096];
+    for (size_t count; (count = fread(chunk, 1, sizeof(chunk), pipe)) > 0;) {
+        if (output != nullptr) {
+            output->append(chunk, count);
+        }
+    }
+    const int status = pclose(pipe);
+    return status != -1 && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
 std::string Checked(const std::string& command)
 {
-    const auto result = NetworkNamespaces::RunCommand(command);
-    if (result.exitStatus != 0) {
-        throw std::runtime_error("command failed (" + std::to_string(result.exitStatus) + "): " + command +
-                                 "\n" + result.output);
+    std::string output;
+    if (!Run(command, &output)) {
+        throw std::runtime_error("command failed: " + command + "\n" + output);
     }
-    return result.output;
+    return output;
 }
 
 // A test process that crashed cannot run its destructors; its namespaces are
 // removed by the next test process instead, once their owner is gone.
-void RemoveStaleNamespaces()
-{
-    std::istringstream list(NetworkNamespaces::RunCommand("ip netns list").output);
-    const std::regex ours("(" + NAMESPACE_PREFIX + "([0-9]+)[a-z][^ ]*).*");
-    std::smatch match;
-    for (std::string line; std::getline(list, line);) {
-        if (std::regex_match(line, match, ours) && kill(std::stoi(match[2]), 0) != 0 && errno == ESRCH) {
-            NetworkNamespaces::RunCommand("ip netns del " + match[1].str());
-        }
-    }
-}
-
 bool ProbeNamespaces()
 {
     if (geteuid() != 0) {
         return false;
     }
-    RemoveStaleNamespaces();
+    std::string names;
+    Run("ip netns list", &names);
+    std::istringstream list(names);
+    const std::regex ours("(" + NAMESPACE_PREFIX + "([0-9]+)[a-z][^ ]*).*");
+    std::smatch match;
+    for (std::string line; std::getline(list, line);) {
+        if (std::regex_match(line, match, ours) && kill(std::stoi(match[2]), 0) != 0 && errno == ESRCH) {
+            Run("ip netns del " + match[1].str());
+        }
+    }
     const std::string probe = NAMESPACE_PREFIX + std::to_string(getpid()) + "probe";
-    return NetworkNamespaces::RunCommand("ip netns add " + probe + " && ip netns del " + probe).exitStatus == 0;
-}
-
-void EnterNamespace(const std::string& name)
-{
-    const std::string path = "/run/netns/" + name;
-    const int handle = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    const int result = handle < 0 ? -1 : setns(handle, CLONE_NEWNET);
-    if (handle >= 0) {
-        close(handle);
-    }
-    if (result != 0) {
-        throw std::runtime_error("cannot enter network namespace " + name);
-    }
+    return Run("ip netns add " + probe + " && ip netns del " + probe);
 }
 
 } // namespace
 
-namespace NetworkNamespaces {
-
-CommandResult RunCommand(const std::string& command)
-{
-    CommandResult result;
-    FILE* pipe = popen((command + " 2>&1").c_str(), "r");
-    if (pipe == nullptr) {
-        return result;
-    }
-    char chunk[4096];
-    for (size_t count; (count = fread(chunk, 1, sizeof(chunk), pipe)) > 0;) {
-        result.output.append(chunk, count);
-    }
-    const int status = pclose(pipe);
-    result.exitStatus = (status != -1 && WIFEXITED(status)) ? WEXITSTATUS(status) : -1;
-    return result;
-}
-
-void RunOnThreadIn(const std::string& name, const std::function<void()>& body)
+void NetworkNamespaces::RunOnThreadIn(const std::string& name, const std::function<void()>& body)
 {
     // The namespace is a property of the thread: the caller's stays where it was.
     std::exception_ptr failure;
     std::thread([&] {
         try {
-            EnterNamespace(name);
+            const int handle = open(("/run/netns/" + name).c_str(), O_RDONLY | O_CLOEXEC);
+            const int entered = handle < 0 ? -1 : setns(handle, CLONE_NEWNET);
+            close(handle);
+            if (entered != 0) {
+                throw std::runtime_error("cannot enter network namespace " + name);
+            }
             body();
         } catch (...) {
             failure = std::current_exception();
@@ -103,8 +91,6 @@ void RunOnThreadIn(const std::string& name, const std::function<void()>& body)
         std::rethrow_exception(failure);
     }
 }
-
-} // namespace NetworkNamespaces
 
 bool NamespacePair::Available()
 {
@@ -162,5 +148,5 @@ std::string NamespacePair::RunInClient(const std::string& command) const
 void NamespacePair::Remove() noexcept
 {
     // Deleting a namespace destroys the veth end inside it, and so the pair.
-    NetworkNamespaces::RunCommand("ip netns del " + serverNamespace + "; ip netns del " + clientNamespace);
+    Run("ip netns del " + serverNamespace + "; ip netns del " + clientNamespace);
 }

@@ -12,18 +12,10 @@
 
 namespace NetworkNamespaces {
 
-struct CommandResult {
-    int exitStatus = -1; // -1 when the command did not end normally
-    std::string output;  // standard output and standard error together
-};
-
-// Runs a shell command and collects what it prints.
-CommandResult RunCommand(const std::string& command);
-
 // Runs `body` on a new thread that has first entered namespace `name`, and
-// waits for it. Sockets created there belong to that namespace for good, and
-// may then be used from any thread. An exception from `body` (or a failure to
-// enter) is raised again on the calling thread.
+// waits for it; an exception from `body`, or a failure to enter, is raised
+// again here. Sockets created there belong to that namespace for good, and
+// may then be used from any thread.
 void RunOnThreadIn(const std::string& name, const std::function<void()>& body);
 
 // The same, returning what `function` returns.
