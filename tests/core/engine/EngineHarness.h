@@ -71,7 +71,7 @@ inline std::string EventsText(const std::vector<LogItem>& items)
 
 // The whole engine on a fake socket and a manual clock: datagrams go in
 // through the receive thread, replies come out as recorded sends. TEMP points
-// at a temporary folder while the harness lives, so the lease files go there.
+// at a temporary folder of its own, so the lease files go there.
 // The pool is 10.0.0.100-110/24 with a gateway, two DNS servers, one hour,
 // and a log that keeps everything.
 class EngineHarness {
@@ -98,33 +98,29 @@ public:
             return std::nullopt;
         }
         IPv4Address Yiaddr() const { return message.GetYourIPAddress(); }
-        // "ACK to 255.255.255.255:68, ciaddr 0.0.0.0, yiaddr 10.0.0.100"
+        // "ACK .100 to .100:68, ciaddr .100", "NAK to broadcast:68": yiaddr
+        // and ciaddr only when set, and 10.0.0.x as .x.
         std::string Summary() const
         {
-            const auto type = Option(53);
-            const int code = type && type->size() == 1 ? type->front() : 0;
-            return std::string(code == 2 ? "OFFER" : code == 5 ? "ACK" : code == 6 ? "NAK" : "?") + " to " +
-                   sent.destination.ToString() + ":" + std::to_string(sent.port) + ", ciaddr " +
-                   message.GetClientIPAddress().ToString() + ", yiaddr " + Yiaddr().ToString();
+            const auto text = [](const IPv4Address& address) {
+                return address == IPv4Address(255, 255, 255, 255) ? std::string("broadcast")
+                       : address[0] == 10 && address[1] == 0 && address[2] == 0 ? "." + std::to_string(address[3])
+                                                                                : address.ToString();
+            };
+            const uint8_t type = Option(53).value_or(ByteString{0}).at(0);
+            const IPv4Address ciaddr = message.GetClientIPAddress();
+            return std::string(type == 2 ? "OFFER" : type == 5 ? "ACK" : type == 6 ? "NAK" : "?") +
+                   (Yiaddr().IsZero() ? "" : " " + text(Yiaddr())) + " to " + text(sent.destination) + ":" +
+                   std::to_string(sent.port) + (ciaddr.IsZero() ? "" : ", ciaddr " + text(ciaddr));
         }
     };
 
     explicit EngineHarness(std::vector<IPv4Address> localAddresses = {SERVER, OTHER_LOCAL})
         : localAddresses(std::move(localAddresses))
     {
-        if (const char* temp = std::getenv("TEMP")) {
-            previousTemp = temp;
-        }
         setenv("TEMP", folder.Path().c_str(), 1);
         ReplaceServer();
     }
-    ~EngineHarness()
-    {
-        server.reset();
-        previousTemp ? setenv("TEMP", previousTemp->c_str(), 1) : unsetenv("TEMP");
-    }
-    EngineHarness(const EngineHarness&) = delete;
-    EngineHarness& operator=(const EngineHarness&) = delete;
 
     ServerPlatform Platform()
     {
@@ -179,14 +175,12 @@ public:
         }
         return replies;
     }
+    // Raises std::out_of_range when there is none.
     Reply SendForOne(const ByteString& datagram)
     {
         std::vector<Reply> replies = Send(datagram);
-        if (replies.size() != 1) {
-            ADD_FAILURE() << "expected one reply, got " << replies.size();
-            throw std::runtime_error("no single reply");
-        }
-        return std::move(replies.front());
+        EXPECT_EQ(replies.size(), 1u);
+        return std::move(replies.at(0));
     }
 
     // The log items added since the last call (or since Start).
@@ -214,7 +208,7 @@ public:
     IPv4Address Obtain(char client, uint32_t xid)
     {
         const IPv4Address offered = SendForOne(Discover(xid, client)).Yiaddr();
-        EXPECT_EQ(SendForOne(Selecting(xid, client, offered)).Summary().substr(0, 3), "ACK");
+        EXPECT_EQ(SendForOne(Selecting(xid, client, offered)).Option(53), ByteString{5});
         NewLogItems();
         return offered;
     }
@@ -227,7 +221,6 @@ public:
     std::vector<IPv4Address> localAddresses;
 
 private:
-    std::optional<std::string> previousTemp;
-    std::unique_ptr<DHCPServer> server;
+    std::unique_ptr<DHCPServer> server; // goes before the folder and the network
     size_t logReadIndex = 0;
 };
