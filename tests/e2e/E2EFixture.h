@@ -20,7 +20,6 @@
 #include <chrono>
 #include <memory>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -114,22 +113,9 @@ exit 0
         ASSERT_TRUE(WriteText(folder.FilePath("hook.sh"), HOOK_SCRIPT));
         chmod(folder.FilePath("hook.sh").c_str(), 0700);
         WriteText(folder.FilePath("empty"), "");
-        NewServer();
-    }
-
-    void TearDown() override
-    {
-        server.reset(); // its socket goes before its namespace
-        pair.reset();
-        previousTemp ? setenv("TEMP", previousTemp->c_str(), 1) : unsetenv("TEMP");
-    }
-
-    // A new run of the server inside the server namespace: pool .100-.150 of
-    // the pair's /24, the server as router, DNS .53 and .54, ten minutes, the
-    // domain name "tarn" as additional option 15 in raw form.
-    void NewServer()
-    {
-        server.reset();
+        // Built inside the server namespace: pool .100-.150 of the pair's
+        // /24, the server as router, DNS .53 and .54, ten minutes, the domain
+        // name "tarn" as additional option 15 in raw form.
         server = NetworkNamespaces::RunIn(pair->ServerNamespace(), [] { return std::make_unique<DHCPServer>(); });
         Settings& settings = *server->GetSettings();
         settings.SetPoolStartAddress(Host(100));
@@ -142,6 +128,13 @@ exit 0
         settings.GetAdditionalOptions().push_back(RawOption("15", "116 97 114 110"));
         settings.SetLoggingEnabled(true);
         settings.SetLogFilePath(folder.FilePath("log.txt"));
+    }
+
+    void TearDown() override
+    {
+        server.reset(); // its socket goes before its namespace
+        pair.reset();
+        previousTemp ? setenv("TEMP", previousTemp->c_str(), 1) : unsetenv("TEMP");
     }
 
     // Started inside the server namespace, where its socket must belong.
@@ -172,29 +165,18 @@ exit 0
     // output when none came.
     std::string RunClient(std::vector<std::string> client) const
     {
-        const size_t before = HookLines().size();
+        const std::string events = folder.FilePath("events");
+        const size_t before = ReadText(events).size();
         client.insert(client.begin(), {"ip", "netns", "exec", pair->ClientNamespace()});
         const ChildProcess process(client, folder.FilePath("client.out"));
         for (int i = 0; i < 400; ++i) {
-            const std::vector<std::string> lines = HookLines();
-            if (lines.size() > before) {
-                return lines[before];
+            const std::string lines = ReadText(events);
+            if (const size_t end = lines.find('\n', before); end != std::string::npos) {
+                return lines.substr(before, end - before);
             }
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
         }
         return "no lease: " + ReadText(folder.FilePath("client.out"));
-    }
-
-    std::vector<std::string> HookLines() const
-    {
-        std::string complete = ReadText(folder.FilePath("events"));
-        complete.erase(complete.rfind('\n') + 1); // a line still being written is left for later
-        std::istringstream text(complete);
-        std::vector<std::string> lines;
-        for (std::string line; std::getline(text, line);) {
-            lines.push_back(line);
-        }
-        return lines;
     }
 
     // busybox udhcpc, a DISCOVER a second; with `releaseAtEnd` it sends a RELEASE when it is ended.
@@ -225,16 +207,6 @@ exit 0
                 "mount -t tmpfs tmpfs /var/lib/dhcpcd && mount -t tmpfs tmpfs /run && mount --bind " +
                     folder.FilePath("empty") + " /etc/resolv.conf && exec dhcpcd -f /dev/null -c " +
                     folder.FilePath("hook.sh") + " -4 -1 -B -A -L -t 20 " + pair->ClientInterface()};
-    }
-
-    bool Logged(EventType type, const std::string& text) const
-    {
-        for (const LogItem& item : server->GetLogManager()->GetLogItems(0)) {
-            if (item.GetEventType() == type && item.GetDetails().find(text) != std::string::npos) {
-                return true;
-            }
-        }
-        return false;
     }
 
     TemporaryFolder folder;

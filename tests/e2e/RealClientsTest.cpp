@@ -26,10 +26,8 @@ TEST_F(RealClientsTest, ReleaseFreesTheOnlyAddressForTheNextClient)
     server->GetSettings()->SetPoolEndAddress(Host(100));
     StartServer();
     SetClientInterface("02:54:76:00:00:01");
-    EXPECT_EQ(RunClient(Udhcpc(true)), Bound(100)); // ended with a RELEASE
-    for (int i = 0; i < 100 && !Logged(DHCPReleaseReceived, Host(100).ToString()); ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    }
+    // Ended, it sends a RELEASE, which reaches the server before the next client's DISCOVER.
+    EXPECT_EQ(RunClient(Udhcpc(true)), Bound(100));
     SetClientInterface("02:54:76:00:00:02");
     EXPECT_EQ(RunClient(Udhcpc()), Bound(100));
 }
