@@ -24,59 +24,13 @@
 #include <thread>
 #include <vector>
 
-// A client program started by a test, known by its PID only and ended by that
-// PID, never by name: SIGTERM, then SIGKILL after 3 s, by the destructor at
-// the latest.
-class ChildProcess {
-public:
-    // Runs `arguments[0]` from PATH; standard output and error go to `outputPath`.
-    ChildProcess(const std::vector<std::string>& arguments, const std::string& outputPath)
-    {
-        std::vector<char*> argv;
-        for (const std::string& argument : arguments) {
-            argv.push_back(const_cast<char*>(argument.c_str()));
-        }
-        argv.push_back(nullptr);
-        // Opened before the fork: the child has only async-signal-safe work left.
-        const int output = open(outputPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-        pid = output < 0 ? -1 : fork();
-        if (pid == 0) {
-            dup2(output, STDOUT_FILENO);
-            dup2(output, STDERR_FILENO);
-            execvp(argv[0], argv.data());
-            _exit(127);
-        }
-        close(output);
-        if (pid < 0) {
-            throw std::runtime_error("cannot start " + arguments.at(0));
-        }
-    }
-    ~ChildProcess()
-    {
-        kill(pid, SIGTERM);
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(3);
-        while (waitpid(pid, nullptr, WNOHANG) == 0) {
-            if (std::chrono::steady_clock::now() > deadline) {
-                kill(pid, SIGKILL);
-                waitpid(pid, nullptr, 0);
-                break;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
-    }
-    ChildProcess(const ChildProcess&) = delete;
-    ChildProcess& operator=(const ChildProcess&) = delete;
-
-private:
-    pid_t pid = -1;
-};
-
 // The engine on its real socket in a server namespace, and real DHCP clients
 // (busybox udhcpc, ISC dhclient, dhcpcd) in a client namespace, joined by a
 // veth pair; the lease files (TEMP), the log and the clients' files go to a
-// temporary folder. Namespaces, folder and processes are removed again at
-// the end, also when a test fails. Each client runs with the hook script
-// below and with files of its own, so none touches the machine's files.
+// temporary folder. Namespaces and folder are removed again at the end, also
+// when a test fails; a client is ended before its run returns. Each client
+// runs with the hook script below and with files of its own, so none touches
+// the machine's files.
 class E2EFixture : public ::testing::Test {
 protected:
     // Puts a new address on the interface and records what the client got,
@@ -161,22 +115,50 @@ exit 0
     }
 
     // Runs `client` in the client namespace until its hook has reported a
-    // lease (20 s at most) and ends it then: the hook's line, or the client's
-    // output when none came.
+    // lease (20 s at most), and ends it then by its PID: SIGTERM, SIGKILL
+    // after 3 s. The hook's line, or the client's output when none came.
     std::string RunClient(std::vector<std::string> client) const
     {
+        client.insert(client.begin(), {"ip", "netns", "exec", pair->ClientNamespace()});
+        std::vector<char*> argv;
+        for (std::string& argument : client) {
+            argv.push_back(argument.data());
+        }
+        argv.push_back(nullptr);
         const std::string events = folder.FilePath("events");
         const size_t before = ReadText(events).size();
-        client.insert(client.begin(), {"ip", "netns", "exec", pair->ClientNamespace()});
-        const ChildProcess process(client, folder.FilePath("client.out"));
-        for (int i = 0; i < 400; ++i) {
+        // Opened before the fork: the child has only async-signal-safe work left.
+        const int output = open(folder.FilePath("client.out").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+        const pid_t pid = output < 0 ? -1 : fork();
+        if (pid == 0) {
+            dup2(output, STDOUT_FILENO);
+            dup2(output, STDERR_FILENO);
+            execvp(argv[0], argv.data());
+            _exit(127);
+        }
+        close(output);
+        if (pid < 0) {
+            return "cannot start " + client[4];
+        }
+        std::optional<std::string> line;
+        for (int i = 0; i < 400 && !line; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
             const std::string lines = ReadText(events);
             if (const size_t end = lines.find('\n', before); end != std::string::npos) {
-                return lines.substr(before, end - before);
+                line = lines.substr(before, end - before);
             }
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
         }
-        return "no lease: " + ReadText(folder.FilePath("client.out"));
+        kill(pid, SIGTERM);
+        bool ended = false;
+        for (int i = 0; i < 150 && !ended; ++i) {
+            ended = waitpid(pid, nullptr, WNOHANG) == pid;
+            std::this_thread::sleep_for(std::chrono::milliseconds(ended ? 0 : 20));
+        }
+        if (!ended) {
+            kill(pid, SIGKILL);
+            waitpid(pid, nullptr, 0);
+        }
+        return line.value_or("no lease: " + ReadText(folder.FilePath("client.out")));
     }
 
     // busybox udhcpc, a DISCOVER a second; with `releaseAtEnd` it sends a RELEASE when it is ended.

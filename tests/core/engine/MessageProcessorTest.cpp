@@ -170,35 +170,63 @@ TEST(MessageProcessorTest, EveryRuleAsOneDatagramAgainstTheSameTables)
     }
 }
 
-TEST(MessageProcessorTest, RepliesByteForByte)
+TEST(MessageProcessorTest, RepliesByteForByteAndTheLogItemsOfAnExchange)
 {
     EngineHarness harness;
     harness.Start();
     const IPv4Address relay(10, 9, 9, 9);
-    // op 2, the request's xid, flags, giaddr and chaddr; without a parameter
-    // request list the options in ascending order.
-    const auto expected = [&](uint8_t type, bool broadcast) -> ByteString {
-        return ClientDatagram(0, 0x8badf00d, TestMac('A')).WithoutMessageType().Operation(2).BroadcastFlag(broadcast)
-            .GatewayAddress(relay).YourAddress(POOL_START).Option(1, {255, 255, 255, 0}).Option(3, {10, 0, 0, 254})
-            .Option(6, {10, 0, 0, 53, 10, 0, 0, 54}).Option(28, {10, 0, 0, 255}).Option(51, {0, 0, 0x0e, 0x10})
-            .Option(53, {type}).Option(54, AddressBytes(SERVER));
+    // op 2, the request's xid and chaddr, and without a parameter request
+    // list the options in ascending order.
+    const auto reply = [](uint32_t xid) {
+        return ClientDatagram(0, xid, TestMac('A')).WithoutMessageType().Operation(2);
+    };
+    const auto configured = [](ClientDatagram head, uint8_t type, bool leaseTime) -> ByteString {
+        head.Option(1, {255, 255, 255, 0}).Option(3, {10, 0, 0, 254}).Option(6, {10, 0, 0, 53, 10, 0, 0, 54});
+        head.Option(28, {10, 0, 0, 255});
+        if (leaseTime) {
+            head.Option(51, {0, 0, 0x0e, 0x10});
+        }
+        return head.Option(53, {type}).Option(54, AddressBytes(SERVER));
+    };
+    // The request's flags and giaddr too.
+    const auto offered = [&](bool broadcast) {
+        return reply(0x8badf00d).BroadcastFlag(broadcast).GatewayAddress(relay).YourAddress(POOL_START);
     };
     // ciaddr is never copied into an OFFER.
     const auto discover = Discover(0x8badf00d, 'A').BroadcastFlag(true).GatewayAddress(relay).ClientAddress(At(7));
-    EXPECT_EQ(harness.SendForOne(discover).sent.data, expected(2, true));
+    EXPECT_EQ(harness.SendForOne(discover).sent.data, configured(offered(true), 2, true));
     EXPECT_EQ(harness.SendForOne(Selecting(0x8badf00d, 'A', POOL_START).GatewayAddress(relay)).sent.data,
-              expected(5, false));
+              configured(offered(false), 5, true));
     const Lease lease = harness.Addresses().GetLeases().at(0);
     EXPECT_EQ(lease.GetDuration(), LEASE_DURATION);
     EXPECT_EQ(lease.GetStartTime(), static_cast<int32_t>(harness.clock.Now()));
-
     // A NAK carries its type, the server and the client's identifier only,
-    // whatever option 55 asks for.
+    // whatever option 55 asks for; an INFORM's ACK no address and no lease time.
     const ByteString identifier = {1, 2, 0, 0, 0, 0, 'A'};
     const auto renewal = Renewal(9, 'A', POOL_END + 1).ClientIdentifier(identifier).ParameterRequestList({54, 6, 1});
     EXPECT_EQ(harness.SendForOne(renewal).sent.data,
-              ByteString(ClientDatagram(0, 9, TestMac('A')).WithoutMessageType().Operation(2).Option(53, {6})
-                             .Option(54, AddressBytes(SERVER)).Option(61, identifier)));
+              ByteString(reply(9).Option(53, {6}).Option(54, AddressBytes(SERVER)).Option(61, identifier)));
+    EXPECT_EQ(harness.SendForOne(ClientDatagram(8, 5, TestMac('A')).ClientAddress(At(20))).sent.data,
+              configured(reply(5).ClientAddress(At(20)), 5, false));
+    harness.Send(ClientDatagram(7, 6, TestMac('B')).ClientAddress(POOL_START + 7));
+    harness.SendForOne(Discover(7, 'C'));
+    harness.Send(Discover(8, 'C'));
+
+    // The client's hardware address, and ciaddr only when it is set.
+    std::vector<std::string> details;
+    for (const LogItem& item : harness.NewLogItems()) {
+        details.push_back(item.GetDetails());
+    }
+    const std::string a = "client hardware address = 02:00:00:00:00:41";
+    const std::string b = "client hardware address = 02:00:00:00:00:42";
+    const std::string c = "client hardware address = 02:00:00:00:00:43";
+    const std::vector<std::string> expected = {
+        a, a + ", offered IP address = 10.0.0.100", a, a, a + ", client IP address = 10.0.0.111",
+        a + ", client IP address = 10.0.0.111", "", a + ", client IP address = 10.0.0.20",
+        b + ", client IP address = 10.0.0.107", c, c + ", offered IP address = 10.0.0.101", c};
+    EXPECT_EQ(details, expected);
+    EXPECT_NE(harness.Log().GetLogItems(0).back().GetLogLine().find("DHCP Discover received, message ignored, " + c),
+              std::string::npos);
 }
 
 TEST(MessageProcessorTest, ReplyOptionsFollowTheRequestListAndTheSettings)
@@ -244,40 +272,6 @@ TEST(MessageProcessorTest, ReplyOptionsFollowTheRequestListAndTheSettings)
             }
         }
     }
-    // An INFORM's ACK has no lease time.
-    EngineHarness harness;
-    harness.Start();
-    EXPECT_EQ(harness.SendForOne(ClientDatagram(8, 1, TestMac('A'))).OptionCodes(), (Codes{1, 3, 6, 28, 53, 54, 255}));
-}
-
-TEST(MessageProcessorTest, LogItemsNameTheClientAndTheAddressThatMatters)
-{
-    EngineHarness harness;
-    harness.Start();
-    harness.SendForOne(Discover(1, 'A'));
-    harness.SendForOne(Selecting(1, 'A', POOL_START));
-    harness.SendForOne(Renewal(2, 'A', POOL_START));
-    harness.SendForOne(Renewal(3, 'A', POOL_END + 1));
-    harness.Send(ClientDatagram(7, 4, TestMac('B')).ClientAddress(POOL_START + 7));
-    harness.SendForOne(ClientDatagram(8, 5, TestMac('A')).ClientAddress(At(20)));
-    harness.SendForOne(Discover(6, 'C'));
-    harness.Send(Discover(7, 'C'));
-    std::vector<std::string> details;
-    for (const LogItem& item : harness.NewLogItems()) {
-        details.push_back(item.GetDetails());
-    }
-    const std::string a = "client hardware address = 02:00:00:00:00:41";
-    const std::string c = "client hardware address = 02:00:00:00:00:43";
-    // ciaddr only when it is set, so never in SELECTING.
-    const std::vector<std::string> expected = {
-        a, a + ", offered IP address = 10.0.0.100", a, a,
-        a + ", client IP address = 10.0.0.100", a + ", client IP address = 10.0.0.100",
-        a + ", client IP address = 10.0.0.111", a + ", client IP address = 10.0.0.111",
-        "client hardware address = 02:00:00:00:00:42, client IP address = 10.0.0.107", "",
-        a + ", client IP address = 10.0.0.20", c, c + ", offered IP address = 10.0.0.101", c};
-    EXPECT_EQ(details, expected);
-    const auto items = harness.Log().GetLogItems(0);
-    EXPECT_NE(items.back().GetLogLine().find("DHCP Discover received, message ignored, " + c), std::string::npos);
 }
 
 TEST(MessageProcessorTest, FailedOfferFullPoolAndUnloggedRepeatsHoldWhatTheyShould)
