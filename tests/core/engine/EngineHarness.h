@@ -60,7 +60,7 @@ inline ClientDatagram Renewal(uint32_t xid, char client, IPv4Address held)
 inline std::string EventsText(const std::vector<LogItem>& items)
 {
     static const char* const names[] = {"start", "stop", "DISCOVER", "REQUEST", "OFFER",
-                                        "ACK",   "NAK",  "INFORM",   "RELEASE"};
+                                        "ACK",   "NAK",  "INFORM",   "RELEASE", "other"};
     std::string text;
     for (const LogItem& item : items) {
         text += (text.empty() ? "" : " ") + std::string(names[item.GetEventType()]) +
