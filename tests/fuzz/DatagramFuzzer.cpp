@@ -1,7 +1,7 @@
 // Feeds arbitrary bytes to the datagram parser. Whatever parses is answered
-// the way the server answers: a reply is built from the parsed values, with
-// the request's parameter list and additional options taken from the bytes,
-// and that reply must fit the 576-byte area and parse again.
+// the way the server answers: a reply built from the parsed values, with the
+// request's parameter list and additional options taken from the bytes; that
+// reply must fit the 576-byte area, end with End and parse again.
 
 #include "foundation/AppException.h"
 #include "foundation/Tools.h"
@@ -15,68 +15,54 @@
 namespace {
 
 // Every option run of the datagram that a user could have entered by hand
-// (code below 255, 1 to 254 values, none of them 255) becomes an additional
-// option, so the builder meets many, long and repeated codes.
+// (1 to 254 values, none of them 255) becomes an additional option, so the
+// builder meets many, long and repeated codes.
 std::vector<RawOption> AdditionalOptionsFrom(const uint8_t* data, size_t size)
 {
     std::vector<RawOption> result;
-    size_t position = DHCPMessage::FIXED_PART_LENGTH;
-    while (position + 2 <= size && data[position] != MessageOptions::End) {
-        const uint8_t code = data[position];
-        if (code == MessageOptions::Pad) {
+    for (size_t position = DHCPMessage::FIXED_PART_LENGTH; position + 2 <= size && data[position] != 255;) {
+        if (data[position] == MessageOptions::Pad) {
             ++position;
             continue;
         }
         const size_t length = data[position + 1];
-        const size_t valueStart = position + 2;
-        if (size - valueStart < length) {
+        if (size - position - 2 < length) {
             break;
         }
         std::string text;
         bool enterable = length >= 1 && length <= 254;
         for (size_t i = 0; i < length && enterable; ++i) {
-            enterable = data[valueStart + i] != 255;
-            text += (i > 0 ? " " : "") + Tools::IntToString(data[valueStart + i]);
+            enterable = data[position + 2 + i] != 255;
+            text += (i > 0 ? " " : "") + Tools::IntToString(data[position + 2 + i]);
         }
         if (enterable) {
-            result.emplace_back(Tools::IntToString(code), text);
+            result.emplace_back(Tools::IntToString(data[position]), text);
         }
-        position = valueStart + length;
+        position += 2 + length;
     }
     return result;
 }
 
 DHCPMessage ReplyTo(const DHCPMessage& request, const uint8_t* data, size_t size)
 {
-    DHCPMessage reply;
+    DHCPMessage reply = request; // every header field as received
     reply.SetOperation(DHCPMessage::BOOTREPLY);
-    reply.SetHops(request.GetHops());
-    reply.SetTransactionID(request.GetTransactionID());
-    reply.SetSeconds(request.GetSeconds());
-    reply.SetBroadcastFlag(request.GetBroadcastFlag());
-    reply.SetClientIPAddress(request.GetClientIPAddress());
-    reply.SetYourIPAddress(request.GetYourIPAddress());
-    reply.SetServerIPAddress(request.GetServerIPAddress());
-    reply.SetGatewayIPAddress(request.GetGatewayIPAddress());
-    reply.SetHardwareAddress(request.GetHardwareAddress());
     reply.SetServerName(request.GetServerName().substr(0, 63));
     reply.SetBootFileName(request.GetBootFileName().substr(0, 127));
-
     const MessageOptions& in = request.Options();
     MessageOptions& out = reply.Options();
-    out.SetMessageType(in.IsOptionPresent(MessageOptions::MessageTypeCode) ? in.GetMessageType() : DHCPOFFER);
-    IPv4Address serverIdentifier(10, 0, 0, 1);
-    if (in.IsOptionPresent(MessageOptions::ServerIdentifier) && !in.GetServerIdentifier().IsZero()) {
-        serverIdentifier = in.GetServerIdentifier();
+    for (const uint8_t code : {12, 50, 55, 57}) {
+        out.RemoveOption(code); // parsed, never written by the server
     }
-    out.SetServerIdentifier(serverIdentifier);
+    out.SetMessageType(in.IsOptionPresent(MessageOptions::MessageTypeCode) ? in.GetMessageType() : DHCPOFFER);
+    if (!in.IsOptionPresent(MessageOptions::ServerIdentifier) || in.GetServerIdentifier().IsZero()) {
+        out.SetServerIdentifier(IPv4Address(10, 0, 0, 1));
+    }
     // Always set, as the server does, so that an additional option 28 never
     // meets an unset broadcast address.
-    IPv4Address broadcastAddress(10, 0, 0, 255);
-    if (in.IsOptionPresent(MessageOptions::BroadcastAddress) && !in.GetBroadcastAddress().IsZero()) {
-        broadcastAddress = in.GetBroadcastAddress();
+    if (!in.IsOptionPresent(MessageOptions::BroadcastAddress) || in.GetBroadcastAddress().IsZero()) {
+        out.SetBroadcastAddress(IPv4Address(10, 0, 0, 255));
     }
-    out.SetBroadcastAddress(broadcastAddress);
     const int32_t leaseTime = static_cast<int32_t>(request.GetTransactionID() & 0x7FFFFFFF);
     out.SetIPAddressLeaseTime(leaseTime == INT_MAX ? INT_MAX - 1 : leaseTime);
     out.SetSubnetMask(static_cast<uint8_t>(request.GetHops() % 32 + 1));
@@ -84,9 +70,6 @@ DHCPMessage ReplyTo(const DHCPMessage& request, const uint8_t* data, size_t size
         out.SetRouter(request.GetGatewayIPAddress());
     }
     out.SetDNSAddresses(request.GetClientIPAddress(), request.GetYourIPAddress());
-    if (in.IsOptionPresent(MessageOptions::ClientIdentifierCode)) {
-        out.SetClientIdentifier(in.GetClientIdentifier());
-    }
     out.SetRawOptions(AdditionalOptionsFrom(data, size));
     return reply;
 }
@@ -107,37 +90,29 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     (void)request->GetClientIdentifier();
 
     const DHCPMessage reply = ReplyTo(*request, data, size);
-    std::unique_ptr<RawMessage> sent;
     ByteString list;
     if (request->Options().IsOptionPresent(MessageOptions::ParameterRequestList)) {
         list = request->Options().GetParameterRequestList();
-        sent = reply.ToRawMessage(list);
-        for (const uint8_t code : list) {
-            if (!reply.Options().IsOptionPresent(code)) {
-                std::abort();
-            }
+    }
+    const std::unique_ptr<RawMessage> sent = reply.ToRawMessage(list);
+    for (const uint8_t code : list) {
+        if (!reply.Options().IsOptionPresent(code)) {
+            std::abort(); // the list comes back without the codes the reply lacks
         }
-    } else {
-        sent = reply.ToRawMessage();
     }
-    if (sent->GetLength() <= DHCPMessage::FIXED_PART_LENGTH || sent->GetLength() > DHCPMessage::MAXIMUM_LENGTH) {
+    if (sent->GetLength() <= DHCPMessage::FIXED_PART_LENGTH || sent->GetLength() > DHCPMessage::MAXIMUM_LENGTH ||
+        sent->GetData()[sent->GetLength() - 1] != MessageOptions::End) {
         std::abort();
     }
-    if (sent->GetData()[sent->GetLength() - 1] != MessageOptions::End) {
-        std::abort();
-    }
-
     // Everything the builder writes is well formed, so the reply parses back.
     // A long request list may crowd out option 53, so it is compared only
     // when it made it into the area.
     try {
         const DHCPMessage echoed(*sent);
         if (echoed.GetTransactionID() != request->GetTransactionID() ||
-            !(echoed.GetHardwareAddress() == request->GetHardwareAddress())) {
-            std::abort();
-        }
-        if (echoed.Options().IsOptionPresent(MessageOptions::MessageTypeCode) &&
-            echoed.Options().GetMessageType() != reply.Options().GetMessageType()) {
+            !(echoed.GetHardwareAddress() == request->GetHardwareAddress()) ||
+            (echoed.Options().IsOptionPresent(MessageOptions::MessageTypeCode) &&
+             echoed.Options().GetMessageType() != reply.Options().GetMessageType())) {
             std::abort();
         }
     } catch (const AppException&) {

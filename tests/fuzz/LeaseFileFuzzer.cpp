@@ -9,7 +9,6 @@
 #include "foundation/Serializable.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <vector>
@@ -21,6 +20,14 @@ public:
     int64_t Now() const override { return 1'700'000'000; }
 };
 
+void Require(bool condition, const char* what)
+{
+    if (!condition) {
+        std::fprintf(stderr, "LeaseFileFuzzer: %s\n", what);
+        std::abort();
+    }
+}
+
 bool SameRows(const std::vector<Lease>& a, const std::vector<Lease>& b)
 {
     return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](const Lease& x, const Lease& y) {
@@ -29,14 +36,7 @@ bool SameRows(const std::vector<Lease>& a, const std::vector<Lease>& b)
     });
 }
 
-[[noreturn]] void Fail(const char* what)
-{
-    std::fprintf(stderr, "LeaseFileFuzzer: %s\n", what);
-    std::abort();
-}
-
-// What the bytes hold, decoded independently row by row; false when any part
-// is refused.
+// What the bytes hold, decoded independently row by row; false when any part is refused.
 bool DecodeRows(const ByteString& data, std::vector<Lease>& rows)
 {
     try {
@@ -46,29 +46,6 @@ bool DecodeRows(const ByteString& data, std::vector<Lease>& rows)
         return true;
     } catch (const AppException&) {
         return false;
-    }
-}
-
-// Every lookup must agree with the rows, also with several rows on one
-// address; then the rows are removed one address at a time.
-void ExerciseTable(AddressManager& addresses)
-{
-    const std::vector<Lease> rows = addresses.GetLeases();
-    for (size_t i = 0; i < rows.size(); ++i) {
-        const int first = addresses.FindLeaseIndex(rows[i].GetHardwareAddress());
-        if (first < 0 || static_cast<size_t>(first) > i ||
-            !(rows[static_cast<size_t>(first)].GetHardwareAddress() == rows[i].GetHardwareAddress())) {
-            Fail("FindLeaseIndex disagrees with the rows");
-        }
-        addresses.IsAddressAvailable(rows[i].GetIPAddress());
-    }
-    size_t remaining = rows.size();
-    for (const Lease& row : rows) {
-        addresses.ReleaseLease(row.GetIPAddress());
-        addresses.RemoveLease(row.GetIPAddress());
-        if (addresses.GetLeaseCount() != --remaining) {
-            Fail("RemoveLease did not remove exactly one row");
-        }
     }
 }
 
@@ -93,34 +70,39 @@ struct World {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     static World world;
-    world.addresses.UnserializeLeases(world.reference);
-    const std::vector<Lease> before = world.addresses.GetLeases();
+    AddressManager& addresses = world.addresses;
+    addresses.UnserializeLeases(world.reference);
+    const std::vector<Lease> before = addresses.GetLeases();
 
     const ByteString input(data, data + size);
     std::vector<Lease> expected;
     const bool decodable = DecodeRows(input, expected);
     try {
-        world.addresses.UnserializeLeases(input);
+        addresses.UnserializeLeases(input);
     } catch (const AppException&) {
-        if (decodable) {
-            Fail("refused bytes that decode");
-        }
-        if (!SameRows(world.addresses.GetLeases(), before)) {
-            Fail("a refused file changed the table");
-        }
+        Require(!decodable, "refused bytes that decode");
+        Require(SameRows(addresses.GetLeases(), before), "a refused file changed the table");
         return 0;
     }
-    if (!decodable) {
-        Fail("accepted bytes that do not decode");
+    Require(decodable, "accepted bytes that do not decode");
+    Require(SameRows(addresses.GetLeases(), expected), "the table is not the rows of the file");
+    addresses.UnserializeLeases(addresses.SerializeLeases());
+    Require(SameRows(addresses.GetLeases(), expected), "the table does not survive a round trip");
+
+    // Every lookup must agree with the rows, also with several rows on one
+    // address; then the rows are removed one address at a time.
+    for (size_t i = 0; i < expected.size(); ++i) {
+        const int first = addresses.FindLeaseIndex(expected[i].GetHardwareAddress());
+        Require(first >= 0 && static_cast<size_t>(first) <= i &&
+                    expected[static_cast<size_t>(first)].GetHardwareAddress() == expected[i].GetHardwareAddress(),
+                "FindLeaseIndex disagrees with the rows");
+        addresses.IsAddressAvailable(expected[i].GetIPAddress());
     }
-    if (!SameRows(world.addresses.GetLeases(), expected)) {
-        Fail("the table is not the rows of the file");
+    size_t remaining = expected.size();
+    for (const Lease& row : expected) {
+        addresses.ReleaseLease(row.GetIPAddress());
+        addresses.RemoveLease(row.GetIPAddress());
+        Require(addresses.GetLeaseCount() == --remaining, "RemoveLease did not remove exactly one row");
     }
-    // What is written reads back as the same table.
-    world.addresses.UnserializeLeases(world.addresses.SerializeLeases());
-    if (!SameRows(world.addresses.GetLeases(), expected)) {
-        Fail("the table does not survive a round trip");
-    }
-    ExerciseTable(world.addresses);
     return 0;
 }

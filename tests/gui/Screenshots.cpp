@@ -29,6 +29,7 @@
 #include <QTranslator>
 
 #include <cstdio>
+#include <memory>
 
 namespace {
 
@@ -152,44 +153,29 @@ void TakeDialogs(Camera& camera, GuiTestEnvironment& environment)
 {
     DHCPServer server(environment.MakePlatform());
     FillSamples(server);
-    {
-        LeasesDialog dialog(server.GetAddressManager(), nullptr);
-        camera.Take(&dialog, "LeasesDialog");
-    }
+    AddressManager* addresses = server.GetAddressManager();
+    Settings* settings = server.GetSettings();
+    camera.Take(std::make_unique<LeasesDialog>(addresses, nullptr).get(), "LeasesDialog");
     {
         LogBrowserDialog dialog(server.GetLogManager(), nullptr);
         dialog.resize(640, 480);
         camera.Take(&dialog, "LogBrowserDialog-first");
-        // The next refresh lays the rows out on the shown table.
-        QTest::qWait(1500);
+        QTest::qWait(1500); // the next refresh lays the rows out on the shown table
         camera.Take(&dialog, "LogBrowserDialog");
     }
-    {
-        ReservationsDialog dialog(server.GetAddressManager(), nullptr);
-        camera.Take(&dialog, "ReservationsDialog");
-        AddReservationDialog form(server.GetAddressManager(), &dialog);
-        camera.Take(&form, "AddReservationDialog");
-        camera.ExpectBox("box-reservation-outside-subnet");
-        dialog.ShowReservationError(AppException(AppException::ReservationOutsidePoolSubnet));
-    }
-    {
-        RawOptionsDialog dialog(server.GetSettings(), nullptr);
-        camera.Take(&dialog, "RawOptionsDialog");
-        AddRawOptionDialog form(server.GetSettings(), &dialog);
-        camera.Take(&form, "AddRawOptionDialog");
-        RawOptionsDialogHelp help(&dialog);
-        camera.Take(&help, "RawOptionsDialogHelp");
-        camera.ExpectBox("box-option-data-too-long");
-        dialog.ShowOptionError(AppException(AppException::RawOptionDataTooLong));
-    }
-    {
-        LogSettingsDialog dialog(server.GetSettings(), nullptr);
-        camera.Take(&dialog, "LogSettingsDialog");
-    }
-    {
-        AboutDialog dialog(nullptr);
-        camera.Take(&dialog, "AboutDialog");
-    }
+    ReservationsDialog reservations(addresses, nullptr);
+    camera.Take(&reservations, "ReservationsDialog");
+    camera.Take(std::make_unique<AddReservationDialog>(addresses, &reservations).get(), "AddReservationDialog");
+    camera.ExpectBox("box-reservation-outside-subnet");
+    reservations.ShowReservationError(AppException(AppException::ReservationOutsidePoolSubnet));
+    RawOptionsDialog options(settings, nullptr);
+    camera.Take(&options, "RawOptionsDialog");
+    camera.Take(std::make_unique<AddRawOptionDialog>(settings, &options).get(), "AddRawOptionDialog");
+    camera.Take(std::make_unique<RawOptionsDialogHelp>(&options).get(), "RawOptionsDialogHelp");
+    camera.ExpectBox("box-option-data-too-long");
+    options.ShowOptionError(AppException(AppException::RawOptionDataTooLong));
+    camera.Take(std::make_unique<LogSettingsDialog>(settings, nullptr).get(), "LogSettingsDialog");
+    camera.Take(std::make_unique<AboutDialog>(nullptr).get(), "AboutDialog");
 }
 
 } // namespace

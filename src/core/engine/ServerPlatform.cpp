@@ -1,5 +1,6 @@
 #include "engine/ServerPlatform.h"
 
+#include "engine/Listener.h"
 #include "platform/Capabilities.h"
 #include "platform/LocalAddresses.h"
 #include "platform/UdpSocket.h"
@@ -9,6 +10,6 @@ ServerPlatform ServerPlatform::Linux()
     ServerPlatform platform;
     platform.detectLocalAddresses = [] { return LocalAddresses::Detect(); };
     platform.createSocket = []() -> std::unique_ptr<DatagramSocket> { return std::make_unique<UdpSocket>(); };
-    platform.canBindPrivilegedPort = [] { return Capabilities::CanBindPrivilegedPort(); };
+    platform.canBindPrivilegedPort = [] { return Capabilities::CanBindPort(Listener::SERVER_PORT); };
     return platform;
 }

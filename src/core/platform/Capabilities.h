@@ -13,4 +13,8 @@ public:
     // Whether binding `port` needs that privilege at all: ports below the
     // network namespace's ip_unprivileged_port_start (1024 unless changed).
     static bool IsPrivilegedPort(uint16_t port);
+
+    // Whether this process may bind `port`: any process may bind a port
+    // that is not privileged in its network namespace.
+    static bool CanBindPort(uint16_t port) { return !IsPrivilegedPort(port) || CanBindPrivilegedPort(); }
 };

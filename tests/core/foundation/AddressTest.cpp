@@ -21,17 +21,16 @@ TEST(IPv4AddressTest, ParserAndTextForm)
         IPv4Address expected;
     } accepted[] = {
         {"", {}}, {"      ", {}}, {"  1.2.3.4   ", {1, 2, 3, 4}}, {"1...2.3.4", {1, 2, 3, 4}},
-        {"1.2..3..4", {1, 2, 3, 4}}, {"010.001.000.007", {10, 1, 0, 7}}, // decimal, not octal
-        {"   255.255.255.255   ", {255, 255, 255, 255}},                  // blanks do not count to 15
+        {"010.001.000.007", {10, 1, 0, 7}},                      // decimal, not octal
+        {"   255.255.255.255   ", {255, 255, 255, 255}},         // blanks do not count to 15
     };
     for (const auto& row : accepted) {
         EXPECT_EQ(IPv4Address(std::string(row.text)), row.expected) << row.text;
     }
-    for (const char* text : {"1.2.3", "1.2.3.4.5", ".1.2.3", "1.2.3.", ".", "256.0.0.1", "1234", "1.2.3.-4",
-                             "1.2.3.+4", "1,2,3,4", "a.b.c.d", "0x1.2.3.4", "1.2. 3.4", "1.2.3.4\n",
-                             "\t1.2.3.4",            // only blanks are trimmed
-                             "1.2.3.999999999",      // 15 characters, huge item
-                             "0000.000.0000.00"}) {  // 16 characters though every number is 0
+    for (const char* text : {"1.2.3", "1.2.3.4.5", ".1.2.3", "1.2.3.", "256.0.0.1", "1234", "1.2.3.-4", "1.2.3.+4",
+                             "1,2,3,4", "0x1.2.3.4", "1.2. 3.4", "\t1.2.3.4", // only blanks are trimmed
+                             "1.2.3.999999999",                               // 15 characters, huge item
+                             "0000.000.0000.00"}) {                           // 16 characters, each 0
         EXPECT_EQ(CodeRaisedBy([&] { IPv4Address{std::string(text)}; }), AppException::IPAddressStringNotValid)
             << text;
     }
@@ -41,9 +40,8 @@ TEST(IPv4AddressTest, ParserAndTextForm)
 
 TEST(IPv4AddressTest, OrderMasksAdditionAndBroadcast)
 {
-    // Numeric order, octets unsigned.
     EXPECT_LT(IPv4Address("9.255.255.255"), IPv4Address("10.0.0.0"));
-    EXPECT_GT(IPv4Address("128.0.0.0"), IPv4Address("127.255.255.255"));
+    EXPECT_GT(IPv4Address("128.0.0.0"), IPv4Address("127.255.255.255")); // octets unsigned
 
     EXPECT_EQ(IPv4Address::FromSubnetMaskLength(0), IPv4Address());
     for (uint8_t length = 1; length <= 32; ++length) {
@@ -51,7 +49,7 @@ TEST(IPv4AddressTest, OrderMasksAdditionAndBroadcast)
         EXPECT_TRUE(mask.IsSubnetMask()) << int{length};
         EXPECT_EQ(mask.GetSubnetMaskLength(), length);
     }
-    for (const char* notMask : {"0.0.0.0", "255.0.255.0", "0.0.0.1", "255.255.255.253", "127.0.0.0"}) {
+    for (const char* notMask : {"0.0.0.0", "255.0.255.0", "0.0.0.1", "255.255.255.253"}) {
         EXPECT_FALSE(IPv4Address(notMask).IsSubnetMask()) << notMask;
         EXPECT_EQ(CodeRaisedBy([&] { IPv4Address(notMask).GetSubnetMaskLength(); }), AppException::NotASubnetMask)
             << notMask;
@@ -59,7 +57,6 @@ TEST(IPv4AddressTest, OrderMasksAdditionAndBroadcast)
 
     EXPECT_EQ(IPv4Address("0.255.255.255") + 1, IPv4Address("1.0.0.0"));
     EXPECT_EQ(IPv4Address("10.0.1.0") + -1, IPv4Address("10.0.0.255"));
-    EXPECT_EQ(IPv4Address() + INT32_MAX, IPv4Address("127.255.255.255"));
     EXPECT_EQ(IPv4Address("128.0.0.0") + INT32_MIN, IPv4Address());
     const auto overflow = AppException::IPv4AddressValueOverflow;
     EXPECT_EQ(CodeRaisedBy([] { IPv4Address() + -1; }), overflow);
@@ -70,12 +67,11 @@ TEST(IPv4AddressTest, OrderMasksAdditionAndBroadcast)
     EXPECT_EQ(address, IPv4Address("255.255.255.255")); // kept on overflow
 
     EXPECT_EQ(IPv4Address("192.168.0.10").GetBroadcastAddress(23), IPv4Address("192.168.1.255"));
-    EXPECT_EQ(IPv4Address("10.1.2.2").GetBroadcastAddress(31), IPv4Address("10.1.2.3"));
     EXPECT_EQ(IPv4Address("10.1.2.3").GetBroadcastAddress(32), IPv4Address("10.1.2.3"));
     EXPECT_EQ(IPv4Address("10.1.2.3").GetBroadcastAddress(0), IPv4Address("255.255.255.255"));
 }
 
-TEST(HardwareAddressTest, ParserAndTextForm)
+TEST(HardwareAddressTest, ParserTextFormAndEquality)
 {
     // Colons and blanks anywhere are ignored; 12 hex digits of either case remain.
     for (const char* text : {"00:1a:2b:3c:4d:5e", "001a2b3c4d5e", "  00 1A:2B 3C:4D:5E  ", "0:01a2:b3c4d:5e:"}) {
@@ -83,34 +79,45 @@ TEST(HardwareAddressTest, ParserAndTextForm)
         EXPECT_EQ(parsed, HardwareAddress(MAC, 6, HardwareAddress::Ethernet10Mb)) << text;
         EXPECT_EQ(parsed.ToString(), "00:1a:2b:3c:4d:5e") << text;
     }
-    for (const char* text : {"", ":: ::", "001a2b3c4d5", "001a2b3c4d5e6", "00-11-22-33-44-55",
-                             "00:1a:2b:3c:4d:5g", "\t001a2b3c4d5e", "0x1a2b3c4d5e", "00.1a.2b.3c.4d.5e"}) {
+    for (const char* text : {"", ":: ::", "001a2b3c4d5", "001a2b3c4d5e6", "00-11-22-33-44-55", "00:1a:2b:3c:4d:5g",
+                             "\t001a2b3c4d5e", "0x1a2b3c4d5e"}) {
         EXPECT_EQ(CodeRaisedBy([&] { HardwareAddress{std::string(text)}; }),
                   AppException::HardwareAddressStringNotValid)
             << text;
     }
-    EXPECT_EQ(HardwareAddress().ToString(), "");
     uint8_t sixteen[HardwareAddress::MAX_LENGTH];
     for (int i = 0; i < HardwareAddress::MAX_LENGTH; ++i) {
         sixteen[i] = static_cast<uint8_t>(i * 17);
     }
     EXPECT_EQ(HardwareAddress(sixteen, 16, HardwareAddress::ATM_3).ToString(),
               "00:11:22:33:44:55:66:77:88:99:aa:bb:cc:dd:ee:ff");
-
     // Equal only when length, bytes and type agree.
     const HardwareAddress ethernet(MAC, 6, 1);
     EXPECT_FALSE(ethernet == HardwareAddress(MAC, 6, 6));
     EXPECT_FALSE(ethernet == HardwareAddress(MAC, 5, 1));
     EXPECT_FALSE(ethernet == HardwareAddress("00:1a:2b:3c:4d:5f"));
+
+    // The client identifier compares length and every byte, not the type.
+    const ClientIdentifier fromEthernet(ethernet);
+    EXPECT_TRUE(fromEthernet == ClientIdentifier(HardwareAddress(MAC, 6, 6)));
+    EXPECT_TRUE(fromEthernet == ClientIdentifier(6, MAC));
+    const uint8_t withType[7] = {1, 0x00, 0x1a, 0x2b, 0x3c, 0x4d, 0x5e}; // option 61 of the same client
+    EXPECT_TRUE(fromEthernet != ClientIdentifier(7, withType));
+    EXPECT_TRUE(ClientIdentifier(HardwareAddress()).IsEmpty());
+    uint8_t longest[255] = {};
+    const ClientIdentifier full(255, longest);
+    EXPECT_TRUE(ClientIdentifier(254, longest) != full);
+    longest[254] = 1;
+    EXPECT_TRUE(ClientIdentifier(255, longest) != full);
 }
 
-TEST(HardwareAddressTest, SerializedFormIsTypeLittleEndianThenBytes)
+TEST(HardwareAddressTest, SerializedFormsAndDamagedData)
 {
     EXPECT_EQ(HardwareAddress(MAC, 6, HardwareAddress::Ethernet10Mb).Serialize(),
-              (ByteString{1, 0, 0, 0, 0x00, 0x1a, 0x2b, 0x3c, 0x4d, 0x5e}));
+              (ByteString{1, 0, 0, 0, 0x00, 0x1a, 0x2b, 0x3c, 0x4d, 0x5e})); // type little endian, then bytes
     uint8_t sixteen[HardwareAddress::MAX_LENGTH] = {9, 8, 7};
-    for (const HardwareAddress& original : {HardwareAddress(MAC, 6, 6), HardwareAddress(sixteen, 16, 21),
-                                            HardwareAddress(MAC, 0, 1)}) {
+    for (const HardwareAddress& original :
+         {HardwareAddress(MAC, 6, 6), HardwareAddress(sixteen, 16, 21), HardwareAddress(MAC, 0, 1)}) {
         HardwareAddress copy("ffffffffffff");
         copy.Unserialize(original.Serialize());
         EXPECT_EQ(copy, original) << original.ToString();
@@ -129,31 +136,4 @@ TEST(HardwareAddressTest, SerializedFormIsTypeLittleEndianThenBytes)
     EXPECT_EQ(address, IPv4Address("10.0.0.1"));
     EXPECT_EQ(CodeRaisedBy([&] { address.Unserialize(ByteString{1, 2, 3}); }), AppException::FileReadingError);
     EXPECT_EQ(address, IPv4Address("10.0.0.1"));
-}
-
-TEST(ClientIdentifierTest, ComparesLengthAndEveryByteWithoutTheHardwareType)
-{
-    const ClientIdentifier fromEthernet(HardwareAddress(MAC, 6, 1));
-    EXPECT_TRUE(fromEthernet == ClientIdentifier(HardwareAddress(MAC, 6, 6)));
-    EXPECT_TRUE(fromEthernet == ClientIdentifier(6, MAC));
-    // Option 61 of the same client usually carries a type byte in front.
-    const uint8_t withType[7] = {1, 0x00, 0x1a, 0x2b, 0x3c, 0x4d, 0x5e};
-    EXPECT_TRUE(fromEthernet != ClientIdentifier(7, withType));
-    EXPECT_TRUE(ClientIdentifier(HardwareAddress()).IsEmpty());
-
-    uint8_t longest[255];
-    for (int i = 0; i < 255; ++i) {
-        longest[i] = static_cast<uint8_t>(i);
-    }
-    const ClientIdentifier full(255, longest);
-    EXPECT_TRUE(ClientIdentifier(254, longest) != full);
-    longest[254] ^= 0xff;
-    EXPECT_TRUE(ClientIdentifier(255, longest) != full);
-}
-
-TEST(ClientIdentifierDeathTest, OneByteOrEmptyIdentifiersAreCallerMistakes)
-{
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_DEATH(ClientIdentifier(1, MAC), "precondition failed");
-    EXPECT_DEATH((void)(ClientIdentifier() == ClientIdentifier(6, MAC)), "precondition failed");
 }

@@ -3,18 +3,19 @@
 #include "support/FileText.h"
 #include "support/RaisedCode.h"
 #include "support/TemporaryFolder.h"
-#include "support/Unprivileged.h"
 
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
-#include <initializer_list>
 #include <iterator>
-#include <map>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 namespace {
@@ -24,85 +25,62 @@ size_t CountEntries(const std::string& folder)
     return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
 }
 
-// Clears the named variables for one test and puts the former values back.
-class EnvironmentGuard {
-public:
-    explicit EnvironmentGuard(std::initializer_list<const char*> names)
+// Clears HOME, TEMP and the XDG folders for one test; puts them and the current folder back.
+struct EnvironmentGuard {
+    static constexpr const char* NAMES[] = {"TEMP", "HOME", "XDG_STATE_HOME", "XDG_DATA_HOME"};
+
+    EnvironmentGuard()
     {
-        for (const char* name : names) {
-            const char* value = std::getenv(name);
-            saved[name] = value ? std::optional<std::string>(value) : std::nullopt;
+        for (const char* name : NAMES) {
+            saved.push_back(std::getenv(name) ? std::optional<std::string>(std::getenv(name)) : std::nullopt);
             ::unsetenv(name);
         }
     }
     ~EnvironmentGuard()
     {
-        for (const auto& [name, value] : saved) {
-            value ? ::setenv(name.c_str(), value->c_str(), 1) : ::unsetenv(name.c_str());
+        for (size_t i = 0; i < saved.size(); ++i) {
+            saved[i] ? ::setenv(NAMES[i], saved[i]->c_str(), 1) : ::unsetenv(NAMES[i]);
         }
+        std::filesystem::current_path(current);
     }
 
-private:
-    std::map<std::string, std::optional<std::string>> saved;
-};
-
-class CurrentDirectoryGuard {
-public:
-    ~CurrentDirectoryGuard() { std::filesystem::current_path(saved); }
-
-private:
-    std::filesystem::path saved = std::filesystem::current_path();
+    std::vector<std::optional<std::string>> saved;
+    std::filesystem::path current = std::filesystem::current_path();
 };
 
 } // namespace
 
-TEST(ToolsFilesTest, EOLStyleIsDecidedByTheByteBeforeTheFirstLineFeed)
+TEST(ToolsFilesTest, LineEndsAreDetectedNormalizedAndConverted)
 {
     TemporaryFolder folder;
     const std::string path = folder.FilePath("settings.cfg");
-    const std::string filler(511, 'a');
-    const struct {
-        std::string contents;
-        Tools::EOLStyle style;
-    } cases[] = {
-        {"\nabc\r\n", Tools::EOLUnix},        {"abc\r\n", Tools::EOLWindows},
-        {"a\r\nb\nc\n", Tools::EOLWindows},    {"a\nb\r\nc\r\n", Tools::EOLUnix}, // mixed: the first decides
-        {"a\r\rb\n", Tools::EOLUnix},          {filler + "\r\n", Tools::EOLWindows}, // CR byte 512, LF byte 513
-        {filler + "\rx\n", Tools::EOLUnix},    {std::string(1500, 'b') + "\r\nrest\n", Tools::EOLWindows},
+    // The byte before the first line feed decides.
+    const std::pair<std::string, Tools::EOLStyle> styles[] = {
+        {"\nabc\r\n", Tools::EOLUnix},        {"a\r\nb\nc\n", Tools::EOLWindows},
+        {"a\r\rb\n", Tools::EOLUnix},          {std::string(511, 'a') + "\r\n", Tools::EOLWindows}, // CR byte 512
+        {std::string(1500, 'b') + "\r\nrest\n", Tools::EOLWindows},
         {"", Tools::EOLUnknown},               {"old\rmac\r", Tools::EOLUnknown},
-        {std::string(1024, 'c'), Tools::EOLUnknown},
     };
-    for (const auto& row : cases) {
-        ASSERT_TRUE(WriteText(path, row.contents));
-        EXPECT_EQ(Tools::GetEOLStyle(path), row.style) << row.contents.size() << " bytes";
+    for (const auto& [contents, style] : styles) {
+        ASSERT_TRUE(WriteText(path, contents));
+        EXPECT_EQ(Tools::GetEOLStyle(path), style) << contents.size() << " bytes";
     }
     EXPECT_EQ(CodeRaisedBy([&] { Tools::GetEOLStyle(folder.FilePath("missing")); }), AppException::CannotOpenFile);
-}
 
-TEST(ToolsFilesTest, NormalizeAndConvertLineEnds)
-{
-    TemporaryFolder folder;
-    const std::string path = folder.FilePath("settings.cfg");
-    const struct {
-        const char* before;
-        const char* after;
-    } normalized[] = {
+    const std::pair<const char*, const char*> normalized[] = {
         {"a\r\nb\nc\n", "a\r\nb\nc\n"},       // CR LF first: left alone
-        {"a\nb\n\nc", "a\r\nb\r\n\r\nc"},
         {"a\nb\r\nc\n", "a\r\nb\r\r\nc\r\n"}, // LF first: every LF gets a CR
     };
-    for (const auto& row : normalized) {
-        ASSERT_TRUE(WriteText(path, row.before));
+    for (const auto& [before, after] : normalized) {
+        ASSERT_TRUE(WriteText(path, before));
         Tools::NormalizeEOL(path);
-        EXPECT_EQ(ReadText(path), row.after) << row.before;
+        EXPECT_EQ(ReadText(path), after) << before;
     }
     for (const char* contents : {"", "single line without end", "x\r"}) {
         ASSERT_TRUE(WriteText(path, contents));
         EXPECT_EQ(CodeRaisedBy([&] { Tools::NormalizeEOL(path); }), AppException::UnsupportedEOLStyle) << contents;
         EXPECT_EQ(ReadText(path), contents);
     }
-    EXPECT_EQ(CodeRaisedBy([&] { Tools::NormalizeEOL(folder.FilePath("missing")); }), AppException::CannotOpenFile);
-
     ASSERT_TRUE(WriteText(path, "a\r\nb\rc\r\n"));
     Tools::ConvertEOL(path, Tools::EOLWindows, Tools::EOLUnix);
     EXPECT_EQ(ReadText(path), "a\nbc\n"); // every CR goes
@@ -111,143 +89,98 @@ TEST(ToolsFilesTest, NormalizeAndConvertLineEnds)
 
 TEST(ToolsFilesTest, SanitizeAndAppendPaths)
 {
-    const struct {
-        const char* path;
-        const char* sanitized;
-    } cases[] = {
-        {"C:/logs//a?.txt", "C:/logs/a.txt"},   {"C:\\logs\\\\a.txt", "C:/logs/a.txt"},
-        {"/var//log\\/\\\\x.log", "/var/log/x.log"}, {"C:/a:b/c:d", "C:/ab/cd"}, // only the first ':' stays
-        {"a\"b*c<d>e?f|g", "abcdefg"},          {"\\\\server\\share", "/server/share"},
-        {"logs//", "logs/"},                    {"my log.txt", "my log.txt"}, {"", ""},
+    const std::pair<const char*, const char*> cases[] = {
+        {"C:/logs//a?.txt", "C:/logs/a.txt"},  {"/var//log\\/\\\\x.log", "/var/log/x.log"},
+        {"C:/a:b/c:d", "C:/ab/cd"}, // only the first ':' stays
+        {"a\"b*c<d>e?f|g", "abcdefg"},         {"\\\\server\\share", "/server/share"},
+        {"my log.txt", "my log.txt"},
     };
-    for (const auto& row : cases) {
-        EXPECT_EQ(Tools::SanitizePath(row.path), row.sanitized) << row.path;
+    for (const auto& [path, sanitized] : cases) {
+        EXPECT_EQ(Tools::SanitizePath(path), sanitized) << path;
     }
     EXPECT_EQ(Tools::AppendToPath("/var/lib//", "//x/y"), "/var/lib/x/y");
-    EXPECT_EQ(Tools::AppendToPath("/", "/x"), "/x");
     EXPECT_EQ(Tools::AppendToPath("", "x"), "x");
 }
 
-TEST(ToolsFilesTest, TempDirectoryComesFromTEMPOrTheUserStateFolder)
+TEST(ToolsFilesTest, TempAndDataDirectoriesFollowTheEnvironment)
 {
     TemporaryFolder folder;
-    const EnvironmentGuard environment{"TEMP", "HOME", "XDG_STATE_HOME"};
+    const EnvironmentGuard environment;
+    Tools::SetCurrentDirectory("/");
     EXPECT_EQ(CodeRaisedBy([] { Tools::GetTempDirectory(); }), AppException::CannotGetKnownDirectory);
-
+    EXPECT_EQ(CodeRaisedBy([] { Tools::GetDataDirectory(); }), AppException::CannotGetKnownDirectory);
     ::setenv("TEMP", "/var/tmp/leases", 1);
-    EXPECT_EQ(Tools::GetTempDirectory(), "/var/tmp/leases/");
-    ::setenv("TEMP", "/var/tmp/leases/", 1);
     EXPECT_EQ(Tools::GetTempDirectory(), "/var/tmp/leases/");
 
     const std::string home = folder.FilePath("home");
+    std::filesystem::create_directories(home + "/inside");
     ::setenv("HOME", home.c_str(), 1);
     ::setenv("TEMP", "", 1); // empty counts as unset
     EXPECT_EQ(Tools::GetTempDirectory(), home + "/.local/state/quorvy/");
     EXPECT_TRUE(Tools::DirectoryExists(home + "/.local/state/quorvy"));
-
     ::setenv("XDG_STATE_HOME", folder.FilePath("state").c_str(), 1);
     EXPECT_EQ(Tools::GetTempDirectory(), folder.FilePath("state") + "/quorvy/");
-    EXPECT_TRUE(Tools::DirectoryExists(folder.FilePath("state/quorvy")));
     ::setenv("XDG_STATE_HOME", "relative/state", 1); // a relative path is not trusted
     EXPECT_EQ(Tools::GetTempDirectory(), home + "/.local/state/quorvy/");
-}
 
-TEST(ToolsFilesTest, DataDirectoryIsTheCurrentFolderUnlessThatIsAProgramFolder)
-{
-    TemporaryFolder folder;
-    const CurrentDirectoryGuard restoreCurrent;
-    const EnvironmentGuard environment{"HOME", "XDG_DATA_HOME"};
-    const std::string home = folder.FilePath("home");
-    const std::string work = folder.FilePath("work");
-    std::filesystem::create_directories(home + "/inside");
-    std::filesystem::create_directory(work);
-    ::setenv("HOME", home.c_str(), 1);
+    // The data folder is the current one, unless that is a program folder or
+    // the home folder itself (also through a link), but not a folder inside it.
     const std::string underHome = home + "/.local/share/Tarnvel/DHCP Server";
-
-    Tools::SetCurrentDirectory(work);
-    EXPECT_EQ(Tools::GetDataDirectory(), work);
-    EXPECT_FALSE(Tools::FileExists(home + "/.local"));
-    for (const char* programFolder : {"/", "/usr", "/usr/bin", "/opt"}) {
+    Tools::SetCurrentDirectory(home + "/inside");
+    EXPECT_EQ(Tools::GetDataDirectory(), home + "/inside");
+    EXPECT_FALSE(Tools::FileExists(home + "/.local/share"));
+    for (const std::string programFolder : {"/", "/usr/bin", "/opt", home.c_str()}) {
         Tools::SetCurrentDirectory(programFolder);
         EXPECT_EQ(Tools::GetDataDirectory(), underHome) << programFolder;
     }
     EXPECT_TRUE(Tools::DirectoryExists(underHome));
-
-    // The home folder itself, also with a trailing slash or through a link,
-    // but not a folder inside it.
-    Tools::SetCurrentDirectory(home);
-    EXPECT_EQ(Tools::GetDataDirectory(), underHome);
-    ::setenv("HOME", (home + "/").c_str(), 1);
-    EXPECT_EQ(Tools::GetDataDirectory(), underHome);
     const std::string link = folder.FilePath("link-to-home");
     std::filesystem::create_directory_symlink(home, link);
-    ::setenv("HOME", link.c_str(), 1);
+    ::setenv("HOME", (link + "/").c_str(), 1);
     EXPECT_EQ(Tools::GetDataDirectory(), link + "/.local/share/Tarnvel/DHCP Server");
-    Tools::SetCurrentDirectory(home + "/inside");
-    EXPECT_EQ(Tools::GetDataDirectory(), home + "/inside");
-
     ::setenv("XDG_DATA_HOME", folder.FilePath("xdg").c_str(), 1);
-    Tools::SetCurrentDirectory("/usr");
     EXPECT_EQ(Tools::GetDataDirectory(), folder.FilePath("xdg") + "/Tarnvel/DHCP Server");
     EXPECT_TRUE(Tools::DirectoryExists(folder.FilePath("xdg/Tarnvel/DHCP Server")));
-    ::unsetenv("XDG_DATA_HOME");
-    ::unsetenv("HOME");
-    EXPECT_EQ(CodeRaisedBy([] { Tools::GetDataDirectory(); }), AppException::CannotGetKnownDirectory);
 }
 
-TEST(ToolsFilesTest, ReplaceFileContentsWritesWholeFilesAndKeepsModeAndLinks)
+TEST(ToolsFilesTest, ReplaceFileContentsKeepsModeAndLinksOrLeavesTheOldFile)
 {
     TemporaryFolder folder;
     const std::string path = folder.FilePath("leases.dat");
     ASSERT_TRUE(Tools::ReplaceFileContents(path, std::string("new\0file", 8)));
     EXPECT_EQ(ReadText(path), std::string("new\0file", 8));
-
     ::chmod(path.c_str(), 0640);
-    const std::string big(100000, 'z');
-    ASSERT_TRUE(Tools::ReplaceFileContents(path, big));
-    EXPECT_EQ(ReadText(path), big);
+    const std::string link = folder.FilePath("settings-link.cfg");
+    std::filesystem::create_symlink(path, link);
+    ASSERT_TRUE(Tools::ReplaceFileContents(link, std::string(100000, 'z')));
+    EXPECT_TRUE(std::filesystem::is_symlink(link));
+    EXPECT_EQ(ReadText(path), std::string(100000, 'z'));
     struct stat status;
     ASSERT_EQ(::stat(path.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777, 0640u);
-
-    const std::string link = folder.FilePath("settings-link.cfg");
-    std::filesystem::create_symlink(path, link);
-    ASSERT_TRUE(Tools::ReplaceFileContents(link, "through the link"));
-    EXPECT_TRUE(std::filesystem::is_symlink(link));
-    EXPECT_EQ(ReadText(path), "through the link");
-    EXPECT_EQ(CountEntries(folder.Path()), 2u); // no temporary file left behind
-}
-
-TEST(ToolsFilesTest, AFailedReplaceLeavesTheOldFile)
-{
-    TemporaryFolder folder;
     // A folder as the target, and a folder that does not exist.
-    const std::string target = folder.FilePath("settings.cfg");
-    std::filesystem::create_directory(target);
-    EXPECT_FALSE(Tools::ReplaceFileContents(target, "new"));
-    EXPECT_TRUE(Tools::DirectoryExists(target));
+    std::filesystem::create_directory(folder.FilePath("dir"));
+    EXPECT_FALSE(Tools::ReplaceFileContents(folder.FilePath("dir"), "new"));
     EXPECT_FALSE(Tools::ReplaceFileContents(folder.FilePath("missing-folder/file"), "new"));
-    EXPECT_EQ(CountEntries(folder.Path()), 1u);
+    EXPECT_EQ(CountEntries(folder.Path()), 3u); // no temporary file left behind
 
-    // A folder without write access: the old file stays, no temporary file.
-    const std::string locked = folder.FilePath("locked");
-    const std::string path = locked + "/settings.cfg";
-    std::filesystem::create_directory(locked);
-    ASSERT_TRUE(WriteText(path, "old\n"));
-    ::chmod(path.c_str(), 0666);
-    ::chmod(locked.c_str(), 0555);
-    ::chmod(folder.Path().c_str(), 0755);
-    // Bit 0: the write was refused; bit 1: the line end conversion raised FileWritingError.
-    const int result = RunUnprivileged([&] {
-        const bool refused = !Tools::ReplaceFileContents(path, "new\n");
-        const bool conversionRefused =
-            CodeRaisedBy([&] { Tools::NormalizeEOL(path); }) == AppException::FileWritingError;
-        return (refused ? 1 : 0) | (conversionRefused ? 2 : 0);
-    });
-    if (result < 0) {
-        GTEST_SKIP() << "cannot drop root privileges to test a folder without write access";
-    }
-    EXPECT_EQ(result, 3);
-    EXPECT_EQ(ReadText(path), "old\n");
-    EXPECT_EQ(CountEntries(locked), 1u);
+    // The new contents cannot be written in full (a file size limit stops the
+    // temporary file, also for root): the old file stays whole, no temporary
+    // file is left, and a line end conversion raises.
+    const std::string old(40, '\n');
+    ASSERT_TRUE(WriteText(path, old));
+    struct rlimit original {};
+    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &original), 0);
+    const auto previousHandler = std::signal(SIGXFSZ, SIG_IGN);
+    struct rlimit small = original;
+    small.rlim_cur = 64;
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+    const bool replaced = Tools::ReplaceFileContents(path, std::string(100, 'x'));
+    const int converted = CodeRaisedBy([&] { Tools::NormalizeEOL(path); });
+    ::setrlimit(RLIMIT_FSIZE, &original);
+    std::signal(SIGXFSZ, previousHandler);
+    EXPECT_FALSE(replaced);
+    EXPECT_EQ(converted, AppException::FileWritingError);
+    EXPECT_EQ(ReadText(path), old);
+    EXPECT_EQ(CountEntries(folder.Path()), 3u);
 }

@@ -27,9 +27,9 @@
 #include <vector>
 
 // A machine for one test: a temporary data folder that is the current
-// directory (settings.cfg and log.txt land there) until the next test's, TEMP
-// pointing into it for the lease files, and a server platform whose sockets
-// are fakes, so that no test touches a real network interface.
+// directory (settings.cfg and log.txt land there), TEMP pointing into it for
+// the lease files, and a server platform whose sockets are fakes, so that no
+// test touches a real network interface.
 class GuiTestEnvironment {
 public:
     static inline const IPv4Address FIRST_ADDRESS{10, 77, 0, 1};
@@ -52,17 +52,15 @@ public:
         return platform;
     }
 
-    QString FilePath(const QString& name) const { return folder.filePath(name); }
-
     QByteArray ReadFile(const QString& name) const
     {
-        QFile file(FilePath(name));
+        QFile file(folder.filePath(name));
         return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
     }
 
     void WriteFile(const QString& name, const QByteArray& contents) const
     {
-        QFile file(FilePath(name));
+        QFile file(folder.filePath(name));
         if (file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
             file.write(contents);
         }
@@ -76,11 +74,9 @@ private:
 };
 
 // Answers the modal windows that a test provokes, so that no test waits for a
-// user. A timer looks at QApplication::activeModalWidget(): a QMessageBox is
-// recorded and closed by its first button; a dialog of the class that the
-// next handler names goes to that handler, which must close it; any other
-// dialog is recorded as unexpected and rejected, so a failing test ends
-// instead of hanging.
+// user: a QMessageBox is recorded and closed by its first button; a dialog of
+// the class that the next handler names goes to that handler, which must
+// close it; any other dialog is recorded as unexpected and rejected.
 class ModalWatcher {
 public:
     struct Box {
@@ -148,8 +144,7 @@ private:
     QList<QPointer<QDialog>> handledDialogs;
 };
 
-// The parts of a MainWindow, found by their object names as a user finds
-// them by their labels.
+// The parts of a MainWindow, found by their object names as a user finds them by their labels.
 struct MainWindowProbe {
     MainWindow& window;
 
@@ -171,13 +166,14 @@ struct MainWindowProbe {
     // A form that the server accepts: the pool inside FIRST_ADDRESS's subnet.
     void EnterValidForm() const
     {
-        Field("lineEditPoolStartAddress")->setText("10.77.0.100");
-        Field("lineEditPoolEndAddress")->setText("10.77.0.199");
-        Field("lineEditSubnetMask")->setText("255.255.255.0");
-        Field("lineEditDefaultGateway")->setText("10.77.0.1");
-        Field("lineEditDNSAddress1")->setText("10.77.0.1");
-        Field("lineEditDNSAddress2")->setText("");
-        Field("lineEditLeaseDuration")->setText("600");
+        const char* const form[][2] = {
+            {"lineEditPoolStartAddress", "10.77.0.100"}, {"lineEditPoolEndAddress", "10.77.0.199"},
+            {"lineEditSubnetMask", "255.255.255.0"},     {"lineEditDefaultGateway", "10.77.0.1"},
+            {"lineEditDNSAddress1", "10.77.0.1"},        {"lineEditDNSAddress2", ""},
+            {"lineEditLeaseDuration", "600"}};
+        for (const auto& [name, text] : form) {
+            Field(name)->setText(text);
+        }
     }
 };
 
@@ -185,9 +181,4 @@ struct MainWindowProbe {
 inline QImage Picture(const QIcon& icon, int size)
 {
     return icon.pixmap(size, size).toImage().convertToFormat(QImage::Format_ARGB32);
-}
-
-inline QImage Picture(const char* resource)
-{
-    return QImage(resource).convertToFormat(QImage::Format_ARGB32);
 }
