@@ -20,31 +20,13 @@ namespace {
 // Every namespace of the tests is named "tvt<owner's PID>...".
 const std::string NAMESPACE_PREFIX = "tvt";
 
-// Runs a shell command; true when it succeeds. Its standard output and
-// error go to `output` together.
-bool Run(const std::string& command, std::string* output = nullptr)
-{
-    FILE* pipe = popen((command + " 2>&1").c_str(), "r");
-    if (pipe == nullptr) {
-        return false;
-    }
-    char chunk[4096];
-    for (size_t count; (count = fread(chunk, 1, sizeof(chunk), pipe)) > 0;) {
-        if (output != nullptr) {
-            output->append(chunk, count);
-        }
-    }
-    const int status = pclose(pipe);
-    return status != -1 && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-}
-
 std::string Checked(const std::string& command)
 {
-    std::string output;
-    if (!Run(command, &output)) {
-        throw std::runtime_error("command failed: " + command + "\n" + output);
+    const auto result = NetworkNamespaces::RunCommand(command);
+    if (result.exitStatus != 0) {
+        throw std::runtime_error("command failed: " + command + "\n" + result.output);
     }
-    return output;
+    return result.output;
 }
 
 // A test process that crashed cannot run its destructors; its namespaces are
@@ -54,21 +36,35 @@ bool ProbeNamespaces()
     if (geteuid() != 0) {
         return false;
     }
-    std::string names;
-    Run("ip netns list", &names);
-    std::istringstream list(names);
+    std::istringstream list(NetworkNamespaces::RunCommand("ip netns list").output);
     const std::regex ours("(" + NAMESPACE_PREFIX + "([0-9]+)[a-z][^ ]*).*");
     std::smatch match;
     for (std::string line; std::getline(list, line);) {
         if (std::regex_match(line, match, ours) && kill(std::stoi(match[2]), 0) != 0 && errno == ESRCH) {
-            Run("ip netns del " + match[1].str());
+            NetworkNamespaces::RunCommand("ip netns del " + match[1].str());
         }
     }
     const std::string probe = NAMESPACE_PREFIX + std::to_string(getpid()) + "probe";
-    return Run("ip netns add " + probe + " && ip netns del " + probe);
+    return NetworkNamespaces::RunCommand("ip netns add " + probe + " && ip netns del " + probe).exitStatus == 0;
 }
 
 } // namespace
+
+NetworkNamespaces::CommandResult NetworkNamespaces::RunCommand(const std::string& command)
+{
+    CommandResult result;
+    FILE* pipe = popen((command + " 2>&1").c_str(), "r");
+    if (pipe == nullptr) {
+        return result;
+    }
+    char chunk[4096];
+    for (size_t count; (count = fread(chunk, 1, sizeof(chunk), pipe)) > 0;) {
+        result.output.append(chunk, count);
+    }
+    const int status = pclose(pipe);
+    result.exitStatus = (status != -1 && WIFEXITED(status)) ? WEXITSTATUS(status) : -1;
+    return result;
+}
 
 void NetworkNamespaces::RunOnThreadIn(const std::string& name, const std::function<void()>& body)
 {
@@ -137,16 +133,16 @@ NamespacePair::~NamespacePair()
 
 std::string NamespacePair::RunInServer(const std::string& command) const
 {
-    return Checked("ip netns exec " + serverNamespace + " " + command);
+    return Checked(NetworkNamespaces::ExecIn(serverNamespace, command));
 }
 
 std::string NamespacePair::RunInClient(const std::string& command) const
 {
-    return Checked("ip netns exec " + clientNamespace + " " + command);
+    return Checked(NetworkNamespaces::ExecIn(clientNamespace, command));
 }
 
 void NamespacePair::Remove() noexcept
 {
     // Deleting a namespace destroys the veth end inside it, and so the pair.
-    Run("ip netns del " + serverNamespace + "; ip netns del " + clientNamespace);
+    NetworkNamespaces::RunCommand("ip netns del " + serverNamespace + "; ip netns del " + clientNamespace);
 }

@@ -12,6 +12,20 @@
 
 namespace NetworkNamespaces {
 
+struct CommandResult {
+    int exitStatus = -1; // -1 when the command did not end normally
+    std::string output;  // standard output and standard error together
+};
+
+// Runs a shell command and collects what it prints.
+CommandResult RunCommand(const std::string& command);
+
+// "ip netns exec <name> <command>": `command` run inside namespace `name`.
+inline std::string ExecIn(const std::string& name, const std::string& command)
+{
+    return "ip netns exec " + name + " " + command;
+}
+
 // Runs `body` on a new thread that has first entered namespace `name`, and
 // waits for it; an exception from `body`, or a failure to enter, is raised
 // again here. Sockets created there belong to that namespace for good, and
