@@ -13,10 +13,13 @@ inline ByteString AddressBytes(const IPv4Address& address)
     return {address[0], address[1], address[2], address[3]};
 }
 
-// The bytes of a client's datagram as a DHCP client would send them, built
-// without the server's own writer: fixed header, magic cookie, option 53, the
-// options in the order given, End. Options the server never writes (50, 55)
-// can be put in, and the bytes can be broken on purpose afterwards.
+// A MAC address 02:00:xx:xx:xx:xx made from a number, for many clients.
+std::vector<uint8_t> TestMac(uint32_t number);
+
+// A client's datagram as a DHCP client would send it (or a reply as a client
+// expects it), built without the server's own writer: header, magic cookie,
+// option 53, the options in the order given, End. Options the server never
+// writes (50, 55) can be put in, and its bytes can be broken on purpose.
 class ClientDatagram {
 public:
     // op 1, htype 1, hlen and chaddr from `chaddr` (at most 16 bytes).
@@ -29,6 +32,7 @@ public:
     ClientDatagram& BroadcastFlag(bool set) { return Set(broadcast, set); }
     ClientDatagram& ClientAddress(const IPv4Address& address) { return Set(ciaddr, address); }
     ClientDatagram& GatewayAddress(const IPv4Address& address) { return Set(giaddr, address); }
+    ClientDatagram& YourAddress(const IPv4Address& address) { return Set(yiaddr, address); }
     ClientDatagram& RequestedAddress(const IPv4Address& address) { return Option(50, AddressBytes(address)); }
     ClientDatagram& ServerIdentifier(const IPv4Address& address) { return Option(54, AddressBytes(address)); }
     ClientDatagram& ParameterRequestList(const ByteString& codes) { return Option(55, codes); }
@@ -40,7 +44,7 @@ public:
     }
     ClientDatagram& WithoutMessageType() { return Set(messageType, std::nullopt); }
 
-    ByteString Bytes() const;
+    operator ByteString() const; // the bytes on the wire
 
 private:
     template <typename Field, typename Value>
@@ -54,6 +58,7 @@ private:
     uint32_t xid;
     bool broadcast = false;
     IPv4Address ciaddr;
+    IPv4Address yiaddr;
     IPv4Address giaddr;
     std::vector<uint8_t> chaddr;
     std::optional<uint8_t> messageType;
@@ -62,9 +67,6 @@ private:
 
 // The options of a sent datagram as they stand on the wire, read without the
 // server's parser (which skips codes it never reads, such as 1, 3, 6 and 51):
-// the codes in their order with End last, and the value of the first `code`.
-std::vector<uint8_t> WireOptionCodes(const ByteString& datagram);
-std::optional<ByteString> FindWireOption(const ByteString& datagram, uint8_t code);
-
-// A MAC address 02:00:xx:xx:xx:xx made from a number, for many clients.
-std::vector<uint8_t> TestMac(uint32_t number);
+// code and value in their order, Pad skipped, End last. Raises
+// std::runtime_error for an option that runs past the end.
+std::vector<std::pair<uint8_t, ByteString>> WireOptions(const ByteString& datagram);

@@ -6,7 +6,6 @@
 #include <optional>
 #include <string>
 #include <type_traits>
-#include <utility>
 
 // Network namespaces for tests that send or receive DHCP traffic: nothing of
 // it may ever touch the machine's own interfaces.
@@ -21,24 +20,26 @@ struct CommandResult {
 // Runs a shell command and collects what it prints.
 CommandResult RunCommand(const std::string& command);
 
-// "ip netns exec '<name>' <command>": `command` run inside namespace `name`.
-std::string ExecIn(const std::string& name, const std::string& command);
+// "ip netns exec <name> <command>": `command` run inside namespace `name`.
+inline std::string ExecIn(const std::string& name, const std::string& command)
+{
+    return "ip netns exec " + name + " " + command;
+}
 
 // Runs `body` on a new thread that has first entered namespace `name`, and
-// waits for it. Sockets created there belong to that namespace for good, and
-// may then be used from any thread. An exception from `body` (or a failure to
-// enter) is raised again on the calling thread.
+// waits for it; an exception from `body`, or a failure to enter, is raised
+// again here. Sockets created there belong to that namespace for good, and
+// may then be used from any thread.
 void RunOnThreadIn(const std::string& name, const std::function<void()>& body);
 
 // The same, returning what `function` returns.
 template <typename Function>
 auto RunIn(const std::string& name, Function&& function) -> std::invoke_result_t<Function&>
 {
-    using Result = std::invoke_result_t<Function&>;
-    if constexpr (std::is_void_v<Result>) {
-        RunOnThreadIn(name, std::function<void()>(std::forward<Function>(function)));
+    if constexpr (std::is_void_v<std::invoke_result_t<Function&>>) {
+        RunOnThreadIn(name, function);
     } else {
-        std::optional<Result> result;
+        std::optional<std::invoke_result_t<Function&>> result;
         RunOnThreadIn(name, [&] { result.emplace(function()); });
         return std::move(*result);
     }
@@ -46,17 +47,13 @@ auto RunIn(const std::string& name, Function&& function) -> std::invoke_result_t
 
 } // namespace NetworkNamespaces
 
-// Two fresh network namespaces, "server" and "client", joined by a veth pair;
-// everything is removed again by the destructor, also when a test fails. The
-// names hold the process id and a counter, so tests may run in parallel.
-//
-// Both sides get an address of 10.X.Y.0/24 (.1 server, .2 client) unless the
-// client side is to be left for a DHCP client to configure; loopback is up on
-// both sides.
+// Two fresh network namespaces, "server" and "client", joined by a veth pair,
+// with loopback up and the addresses .1 (server) and .2 (client) of a
+// 10.X.Y.0/24 on the two ends. The destructor removes everything, also when a
+// test fails. The names hold the process id and a counter, so tests may run
+// in parallel.
 class NamespacePair {
 public:
-    enum class ClientSide { WithAddress, WithoutAddress };
-
     // True when this process can create namespaces (root and `ip netns add`
     // works). Tests that need them GTEST_SKIP with SKIP_MESSAGE otherwise.
     static bool Available();
@@ -64,7 +61,7 @@ public:
         "network namespaces unavailable: run as root with iproute2 (`ip netns add` must work)";
 
     // Raises std::runtime_error with the failing command and its output.
-    explicit NamespacePair(ClientSide clientSide = ClientSide::WithAddress);
+    NamespacePair();
     ~NamespacePair();
     NamespacePair(const NamespacePair&) = delete;
     NamespacePair& operator=(const NamespacePair&) = delete;
@@ -74,11 +71,9 @@ public:
     const std::string& ServerInterface() const { return serverInterface; }
     const std::string& ClientInterface() const { return clientInterface; }
     IPv4Address ServerAddress() const { return AddressInSubnet(1); }
-    // Carried by the client interface only with ClientSide::WithAddress.
     IPv4Address ClientAddress() const { return AddressInSubnet(2); }
     // 10.X.Y.host, for further addresses of the same /24.
-    IPv4Address AddressInSubnet(uint8_t host) const;
-    static constexpr int PREFIX_LENGTH = 24;
+    IPv4Address AddressInSubnet(uint8_t host) const { return IPv4Address(10, subnet[0], subnet[1], host); }
 
     // Shell commands inside one side; raise std::runtime_error when the
     // command fails, and return its output otherwise.
@@ -86,13 +81,11 @@ public:
     std::string RunInClient(const std::string& command) const;
 
 private:
-    void Create(ClientSide clientSide);
     void Remove() noexcept;
 
     std::string serverNamespace;
     std::string clientNamespace;
     std::string serverInterface;
     std::string clientInterface;
-    uint8_t subnetSecondOctet = 0;
-    uint8_t subnetThirdOctet = 0;
+    uint8_t subnet[2] = {};
 };

@@ -19,89 +19,108 @@
 #include <string>
 #include <vector>
 
-using Events = std::vector<EventType>;
 using Codes = std::vector<uint8_t>;
-using Mac = std::vector<uint8_t>;
 
-inline const Mac MAC_A = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55};
-inline const Mac MAC_B = {0x00, 0x11, 0x22, 0x33, 0x44, 0x66};
-inline const HardwareAddress HARDWARE_A("00:11:22:33:44:55");
 inline const IPv4Address SERVER{10, 0, 0, 1};
 inline const IPv4Address OTHER_LOCAL{10, 0, 1, 1};
 inline const IPv4Address POOL_START{10, 0, 0, 100};
 inline const IPv4Address POOL_END{10, 0, 0, 110};
-inline const IPv4Address BROADCAST{255, 255, 255, 255};
 constexpr int32_t LEASE_DURATION = 3600;
+
+// Clients are named by a letter: client 'A' has the MAC 02:00:00:00:00:41.
+inline HardwareAddress Hardware(char client)
+{
+    return HardwareAddress(TestMac(static_cast<uint8_t>(client)).data(), 6, HardwareAddress::Ethernet10Mb);
+}
 
 // The client's messages by state: SELECTING names a server and the offered
 // address, INIT-REBOOT only the address, RENEWING/REBINDING has ciaddr only.
-inline ClientDatagram Discover(uint32_t xid, const Mac& mac) { return ClientDatagram(1, xid, mac); }
-inline ClientDatagram Selecting(uint32_t xid, const Mac& mac, IPv4Address offered, IPv4Address server = SERVER)
+inline ClientDatagram Discover(uint32_t xid, char client)
 {
-    return ClientDatagram(3, xid, mac).RequestedAddress(offered).ServerIdentifier(server);
+    return ClientDatagram(1, xid, TestMac(static_cast<uint8_t>(client)));
 }
-inline ClientDatagram InitReboot(uint32_t xid, const Mac& mac, IPv4Address wanted)
+inline ClientDatagram Request(uint32_t xid, char client)
 {
-    return ClientDatagram(3, xid, mac).RequestedAddress(wanted);
+    return ClientDatagram(3, xid, TestMac(static_cast<uint8_t>(client)));
 }
-inline ClientDatagram Renewal(uint32_t xid, const Mac& mac, IPv4Address held)
+inline ClientDatagram Selecting(uint32_t xid, char client, IPv4Address offered, IPv4Address server = SERVER)
 {
-    return ClientDatagram(3, xid, mac).ClientAddress(held);
+    return Request(xid, client).RequestedAddress(offered).ServerIdentifier(server);
+}
+inline ClientDatagram InitReboot(uint32_t xid, char client, IPv4Address wanted)
+{
+    return Request(xid, client).RequestedAddress(wanted);
+}
+inline ClientDatagram Renewal(uint32_t xid, char client, IPv4Address held)
+{
+    return Request(xid, client).ClientAddress(held);
 }
 
-inline Events EventsOf(const std::vector<LogItem>& items)
+// Log items in short: "DISCOVER(ignored) REQUEST ACK".
+inline std::string EventsText(const std::vector<LogItem>& items)
 {
-    Events events;
+    static const char* const names[] = {"start", "stop", "DISCOVER", "REQUEST", "OFFER",
+                                        "ACK",   "NAK",  "INFORM",   "RELEASE", "other"};
+    std::string text;
     for (const LogItem& item : items) {
-        events.push_back(item.GetEventType());
+        text += (text.empty() ? "" : " ") + std::string(names[item.GetEventType()]) +
+                (item.IsMessageIgnored() ? "(ignored)" : "");
     }
-    return events;
+    return text;
 }
 
 // The whole engine on a fake socket and a manual clock: datagrams go in
 // through the receive thread, replies come out as recorded sends. TEMP points
-// at a temporary folder while the harness lives, so the lease files go there.
+// at a temporary folder of its own, so the lease files go there.
+// The pool is 10.0.0.100-110/24 with a gateway, two DNS servers, one hour,
+// and a log that keeps everything.
 class EngineHarness {
 public:
     struct Reply {
         FakeDatagramSocket::SentDatagram sent;
         DHCPMessage message;
 
-        Codes OptionCodes() const { return WireOptionCodes(sent.data); }
-        std::optional<ByteString> Option(uint8_t code) const { return FindWireOption(sent.data, code); }
-        int Type() const
+        Codes OptionCodes() const
         {
-            const auto type = Option(53);
-            return type && type->size() == 1 ? (*type)[0] : -1;
+            Codes codes;
+            for (const auto& option : WireOptions(sent.data)) {
+                codes.push_back(option.first);
+            }
+            return codes;
+        }
+        std::optional<ByteString> Option(uint8_t code) const
+        {
+            for (const auto& [found, value] : WireOptions(sent.data)) {
+                if (found == code) {
+                    return value;
+                }
+            }
+            return std::nullopt;
         }
         IPv4Address Yiaddr() const { return message.GetYourIPAddress(); }
-        // Type, destination and the address fields in one line, e.g.
-        // "ACK to 255.255.255.255:68, ciaddr 0.0.0.0, yiaddr 10.0.0.100".
+        // "ACK .100 to .100:68, ciaddr .100", "NAK to broadcast:68": yiaddr
+        // and ciaddr only when set, and 10.0.0.x as .x.
         std::string Summary() const
         {
-            const int type = Type();
-            return std::string(type == 2 ? "OFFER" : type == 5 ? "ACK" : type == 6 ? "NAK" : "?") + " to " +
-                   sent.destination.ToString() + ":" + std::to_string(sent.port) + ", ciaddr " +
-                   message.GetClientIPAddress().ToString() + ", yiaddr " + Yiaddr().ToString();
+            const auto text = [](const IPv4Address& address) {
+                return address == IPv4Address(255, 255, 255, 255) ? std::string("broadcast")
+                       : address[0] == 10 && address[1] == 0 && address[2] == 0 ? "." + std::to_string(address[3])
+                                                                                : address.ToString();
+            };
+            const uint8_t type = Option(53).value_or(ByteString{0}).at(0);
+            const IPv4Address ciaddr = message.GetClientIPAddress();
+            return std::string(type == 2 ? "OFFER" : type == 5 ? "ACK" : type == 6 ? "NAK" : "?") +
+                   (Yiaddr().IsZero() ? "" : " " + text(Yiaddr())) + " to " + text(sent.destination) + ":" +
+                   std::to_string(sent.port) + (ciaddr.IsZero() ? "" : ", ciaddr " + text(ciaddr));
         }
     };
 
     explicit EngineHarness(std::vector<IPv4Address> localAddresses = {SERVER, OTHER_LOCAL})
         : localAddresses(std::move(localAddresses))
     {
-        if (const char* temp = std::getenv("TEMP")) {
-            previousTemp = temp;
-        }
         setenv("TEMP", folder.Path().c_str(), 1);
         ReplaceServer();
     }
-    ~EngineHarness()
-    {
-        server.reset();
-        previousTemp ? setenv("TEMP", previousTemp->c_str(), 1) : unsetenv("TEMP");
-    }
-    EngineHarness(const EngineHarness&) = delete;
-    EngineHarness& operator=(const EngineHarness&) = delete;
 
     ServerPlatform Platform()
     {
@@ -113,8 +132,7 @@ public:
         return platform;
     }
 
-    // A new run on the same folder, clock and network: pool 10.0.0.100-110/24,
-    // gateway, two DNS servers, one hour, and a log that keeps everything.
+    // A new run on the same folder, clock and network.
     void ReplaceServer()
     {
         server.reset();
@@ -146,10 +164,9 @@ public:
 
     // Delivers the datagram, waits until the engine has handled it, and
     // returns what it sent meanwhile.
-    std::vector<Reply> Send(const ClientDatagram& datagram) { return SendBytes(datagram.Bytes()); }
-    std::vector<Reply> SendBytes(const ByteString& bytes)
+    std::vector<Reply> Send(const ByteString& datagram)
     {
-        network.Deliver(bytes);
+        network.Deliver(datagram);
         EXPECT_TRUE(network.WaitUntilIdle()) << "the receive thread did not come back for more";
         std::vector<Reply> replies;
         for (auto& sent : network.TakeSent()) {
@@ -158,20 +175,12 @@ public:
         }
         return replies;
     }
-    Reply SendForOne(const ClientDatagram& datagram)
+    // Raises std::out_of_range when there is none.
+    Reply SendForOne(const ByteString& datagram)
     {
         std::vector<Reply> replies = Send(datagram);
-        if (replies.size() != 1) {
-            ADD_FAILURE() << "expected one reply, got " << replies.size();
-            throw std::runtime_error("no single reply");
-        }
-        return std::move(replies.front());
-    }
-    // For datagrams that must get no reply: what they added to the log.
-    Events Unanswered(const ClientDatagram& datagram)
-    {
-        EXPECT_TRUE(Send(datagram).empty()) << "unexpected reply";
-        return NewEvents();
+        EXPECT_EQ(replies.size(), 1u);
+        return std::move(replies.at(0));
     }
 
     // The log items added since the last call (or since Start).
@@ -181,24 +190,25 @@ public:
         logReadIndex += items.size();
         return items;
     }
-    Events NewEvents() { return EventsOf(NewLogItems()); }
+    std::string NewEvents() { return EventsText(NewLogItems()); }
 
-    std::optional<Lease> LiveLeaseOn(const IPv4Address& address)
+    // The lease table in its order, "A.100 B.101-": client letter, last
+    // byte of the address, and '-' for a lease that has run out.
+    std::string Leases()
     {
+        std::string text;
         for (const Lease& lease : Addresses().GetLeases()) {
-            if (lease.GetIPAddress() == address && !lease.IsExpired(clock.Now())) {
-                return lease;
-            }
+            text += (text.empty() ? "" : " ") + std::string(1, static_cast<char>(lease.GetHardwareAddress()[5])) +
+                    "." + std::to_string(lease.GetIPAddress()[3]) + (lease.IsExpired(clock.Now()) ? "-" : "");
         }
-        return std::nullopt;
+        return text;
     }
-    bool IsLeased(const IPv4Address& address) { return LiveLeaseOn(address).has_value(); }
 
     // A full DISCOVER/OFFER/REQUEST/ACK for this client; returns the address.
-    IPv4Address Obtain(const Mac& mac, uint32_t xid)
+    IPv4Address Obtain(char client, uint32_t xid)
     {
-        const IPv4Address offered = SendForOne(Discover(xid, mac)).Yiaddr();
-        EXPECT_EQ(SendForOne(Selecting(xid, mac, offered)).Type(), 5);
+        const IPv4Address offered = SendForOne(Discover(xid, client)).Yiaddr();
+        EXPECT_EQ(SendForOne(Selecting(xid, client, offered)).Option(53), ByteString{5});
         NewLogItems();
         return offered;
     }
@@ -211,7 +221,6 @@ public:
     std::vector<IPv4Address> localAddresses;
 
 private:
-    std::optional<std::string> previousTemp;
-    std::unique_ptr<DHCPServer> server;
+    std::unique_ptr<DHCPServer> server; // goes before the folder and the network
     size_t logReadIndex = 0;
 };

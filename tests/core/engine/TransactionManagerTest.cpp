@@ -18,31 +18,41 @@ ClientIdentifier ClientID(uint8_t number)
 
 IPv4Address Offered(int last)
 {
-    return IPv4Address(192, 168, 1, last);
+    return IPv4Address(192, 168, 1, static_cast<uint8_t>(last));
+}
+
+uint32_t At(int last)
+{
+    return Offered(last).ToUint32();
 }
 
 } // namespace
 
-TEST(TransactionManagerTest, SharedAddressOrClientStaysKnownUntilItsLastTransactionGoes)
+// An address or client shared by two transactions stays known until the
+// last of them goes; the lowest address not under offer steps over them.
+TEST(TransactionManagerTest, SharedAddressesAndClientsStayUntilTheirLastTransactionGoes)
 {
     ManualClock clock(START);
     TransactionManager manager(&clock);
-    manager.AddTransaction(0x80000001u, Offered(240), ClientID(1));
-    manager.AddTransaction(0xFFFFFFFFu, Offered(241), ClientID(2));
-    manager.AddTransaction(7, Offered(241), ClientID(1)); // shares an address and a client
-    EXPECT_EQ(manager.Transactions(0x80000001u).GetOfferedAddress(), Offered(240));
-    EXPECT_FALSE(manager.TransactionExists(1));
+    for (uint8_t id = 1; id <= 4; ++id) {
+        manager.AddTransaction(id, Offered(239 + id), ClientID(id));
+    }
+    manager.AddTransaction(0xFFFFFFFFu, Offered(242), ClientID(1)); // 240-243 under offer
+    EXPECT_EQ(manager.Transactions(0xFFFFFFFFu).GetOfferedAddress(), Offered(242));
+    EXPECT_EQ(manager.LowestNotOffered(At(240), At(250)), At(244));
+    EXPECT_EQ(manager.LowestNotOffered(At(238), At(250)), At(238));
+    EXPECT_EQ(manager.LowestNotOffered(At(241), At(243)), std::nullopt);
 
-    manager.RemoveTransaction(0xFFFFFFFFu);
-    EXPECT_FALSE(manager.TransactionExistsForClient(ClientID(2)));
-    EXPECT_TRUE(manager.TransactionExistsForAddress(Offered(241)));
-    manager.RemoveTransaction(7);
-    EXPECT_FALSE(manager.TransactionExistsForAddress(Offered(241)));
+    manager.RemoveTransaction(3);
+    EXPECT_TRUE(manager.TransactionExistsForAddress(Offered(242)));
+    EXPECT_EQ(manager.LowestNotOffered(At(240), At(250)), At(244));
+    manager.RemoveTransaction(1);
     EXPECT_TRUE(manager.TransactionExistsForClient(ClientID(1)));
-    manager.RemoveTransaction(0x80000001u);
+    manager.RemoveTransaction(0xFFFFFFFFu);
     EXPECT_FALSE(manager.TransactionExistsForClient(ClientID(1)));
-    EXPECT_FALSE(manager.TransactionExistsForAddress(Offered(240)));
-    EXPECT_EQ(manager.GetTransactionCount(), 0u);
+    EXPECT_FALSE(manager.TransactionExists(1));
+    EXPECT_EQ(manager.LowestNotOffered(At(240), At(250)), At(240));
+    EXPECT_EQ(manager.LowestNotOffered(At(241), At(250)), At(242));
 }
 
 // A purge removes transactions older than 3 s, and runs only when a message
@@ -53,6 +63,7 @@ TEST(TransactionManagerTest, PurgeTiming)
     ManualClock clock(START);
     TransactionManager manager(&clock);
     manager.AddTransaction(1, Offered(240), ClientID(1));
+    manager.AddTransaction(2, Offered(241), ClientID(2));
     const struct {
         const char* name;
         int64_t at;
@@ -67,87 +78,53 @@ TEST(TransactionManagerTest, PurgeTiming)
         manager.RemoveExpiredTransactions();
         EXPECT_EQ(manager.TransactionExists(1), stays) << name;
     }
-    EXPECT_FALSE(manager.TransactionExistsForAddress(Offered(240)));
-
-    // 4 s old with the last purge long ago: removed at once.
-    manager.AddTransaction(2, Offered(241), ClientID(2));
-    clock.Set(START + 9);
-    manager.RemoveExpiredTransactions();
-    EXPECT_FALSE(manager.TransactionExists(2));
-
-    // The age counts from the last change of the message type.
-    manager.AddTransaction(3, Offered(242), ClientID(3));
-    clock.Set(START + 11);
-    manager.Transactions(3).SetLastMessageType(DHCPOFFER, clock.Now());
-    clock.Set(START + 14);
-    manager.RemoveExpiredTransactions();
-    EXPECT_TRUE(manager.TransactionExists(3));
-    clock.Set(START + 16);
-    manager.RemoveExpiredTransactions();
-    EXPECT_FALSE(manager.TransactionExists(3));
+    EXPECT_FALSE(manager.TransactionExistsForAddress(Offered(241)));
 
     // A purge that finds nothing still counts as the last one: a transaction
-    // 15 s old stays 1 s after it.
+    // already 15 s old stays 1 s after it.
     clock.Set(START + 18);
     manager.RemoveExpiredTransactions();
     clock.Set(START + 4);
-    manager.AddTransaction(9, Offered(243), ClientID(9));
+    manager.AddTransaction(3, Offered(242), ClientID(3));
     clock.Set(START + 19);
     manager.RemoveExpiredTransactions();
-    EXPECT_TRUE(manager.TransactionExists(9));
-
-    // Without a message nothing is purged, however old.
+    EXPECT_TRUE(manager.TransactionExists(3));
+    // Without a message nothing goes, however old.
     clock.Advance(100'000);
-    EXPECT_TRUE(manager.TransactionExistsForAddress(Offered(243)));
+    EXPECT_TRUE(manager.TransactionExists(3));
     manager.RemoveExpiredTransactions();
     EXPECT_EQ(manager.GetTransactionCount(), 0u);
 }
 
-// Offered addresses as runs: the lowest address not under offer, with an
-// address shared by two transactions kept until the last of them goes.
-TEST(TransactionManagerTest, LowestNotOfferedPassesOverTheAddressesUnderOffer)
+// The age counts from the last change of the message type, wherever the
+// clock has been: a transaction stamped later than it was entered outlives
+// the purge of its first second, and one stamped earlier (the clock went back
+// in between) still goes on time.
+TEST(TransactionManagerTest, AgeCountsFromTheLastStampEvenWhenTheClockWentBack)
 {
     ManualClock clock(START);
     TransactionManager manager(&clock);
-    const auto at = [](int last) { return Offered(last).ToUint32(); };
-    for (int id = 1; id <= 4; ++id) {
-        manager.AddTransaction(static_cast<uint32_t>(id), Offered(239 + id), ClientID(static_cast<uint8_t>(id)));
-    }
-    manager.AddTransaction(5, Offered(242), ClientID(5)); // 240-243 under offer, 242 twice
-    EXPECT_EQ(manager.LowestNotOffered(at(240), at(250)), at(244));
-    EXPECT_EQ(manager.LowestNotOffered(at(238), at(250)), at(238));
-    EXPECT_EQ(manager.LowestNotOffered(at(241), at(243)), std::nullopt);
-
-    manager.RemoveTransaction(3);
-    EXPECT_EQ(manager.LowestNotOffered(at(240), at(250)), at(244));
-    manager.RemoveTransaction(5);
-    EXPECT_EQ(manager.LowestNotOffered(at(240), at(250)), at(242));
-    clock.Set(START + 4);
-    manager.RemoveExpiredTransactions();
-    EXPECT_EQ(manager.LowestNotOffered(at(240), at(250)), at(240));
-}
-
-// A purge finds expired transactions by the second they were filed under;
-// one stamped earlier than that, because the clock went back in between,
-// must still go on time.
-TEST(TransactionManagerTest, PurgeIsExactWhenTheClockGoesBack)
-{
-    ManualClock clock(START);
-    TransactionManager manager(&clock);
-    clock.Set(START + 10);
     manager.AddTransaction(1, Offered(240), ClientID(1));
-    manager.AddTransaction(2, Offered(241), ClientID(2));
     clock.Set(START + 2);
     manager.Transactions(1).SetLastMessageType(DHCPOFFER, manager.Now());
+    clock.Set(START + 4);
+    manager.RemoveExpiredTransactions(); // entered 4 s ago, stamped 2 s ago
+    EXPECT_TRUE(manager.TransactionExists(1));
     clock.Set(START + 6);
-    manager.RemoveExpiredTransactions(); // 1 is 4 s old; 2 was stamped in the future
-    EXPECT_FALSE(manager.TransactionExists(1));
-    EXPECT_FALSE(manager.TransactionExistsForAddress(Offered(240)));
-    EXPECT_TRUE(manager.TransactionExists(2));
-
-    // Later purges run by age again and still see 2, filed anew.
-    clock.Set(START + 14);
     manager.RemoveExpiredTransactions();
+    EXPECT_FALSE(manager.TransactionExists(1));
+
+    clock.Set(START + 20);
+    manager.AddTransaction(2, Offered(241), ClientID(2));
+    manager.AddTransaction(3, Offered(242), ClientID(3));
+    clock.Set(START + 12);
+    manager.Transactions(2).SetLastMessageType(DHCPOFFER, manager.Now());
+    clock.Set(START + 16);
+    manager.RemoveExpiredTransactions(); // 2 is 4 s old; 3 was entered "later"
     EXPECT_FALSE(manager.TransactionExists(2));
-    EXPECT_EQ(manager.GetTransactionCount(), 0u);
+    EXPECT_FALSE(manager.TransactionExistsForAddress(Offered(241)));
+    EXPECT_TRUE(manager.TransactionExists(3));
+    clock.Set(START + 24);
+    manager.RemoveExpiredTransactions();
+    EXPECT_FALSE(manager.TransactionExists(3));
 }
