@@ -113,6 +113,9 @@ void UdpSocket::Open(const IPv4Address& listeningAddress, uint16_t port)
     const std::string interfaceName = LocalAddresses::FindInterfaceName(listeningAddress);
     EnsureWakeUpEvent();
     ClearWakeUpEvent();
+    interrupted.store(false);
+    batch.Clear();
+    mayHoldMore = false;
 
     OwnedDescriptor handle(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP));
     if (handle.Get() < 0) {
@@ -132,38 +135,46 @@ std::optional<size_t> UdpSocket::Receive(uint8_t* buffer, size_t capacity)
     PRECONDITION(IsOpen());
     PRECONDITION(buffer != nullptr || capacity == 0);
     for (;;) {
-        pollfd waitFor[2] = {
-            {wakeUpEvent.load(), POLLIN, 0},
-            {socketHandle, POLLIN, 0},
-        };
-        if (poll(waitFor, 2, -1) < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            throw AppException(AppException::ReceiveError);
-        }
         // Checked first: once interrupted, waiting datagrams are left alone.
-        if (waitFor[0].revents != 0) {
+        if (interrupted.load()) {
             return std::nullopt;
         }
-        if (waitFor[1].revents == 0) {
+        if (!batch.IsEmpty()) {
+            return batch.TakeNext(buffer, capacity);
+        }
+        if (!mayHoldMore && !WaitForDatagramOrInterrupt()) {
             continue;
         }
         // Without waiting: poll may report a datagram that the kernel then
-        // drops for a bad checksum, and a blocking recv would hang past an
+        // drops for a bad checksum, and a blocking read would hang past an
         // Interrupt.
-        const ssize_t received = recv(socketHandle, buffer, capacity, MSG_DONTWAIT);
-        if (received >= 0) {
-            return static_cast<size_t>(received);
-        }
-        if (errno != EINTR && errno != EAGAIN && errno != EWOULDBLOCK) {
+        const int received = batch.Fill(socketHandle);
+        mayHoldMore = received > 1;
+        if (received < 0 && errno != EINTR && errno != EAGAIN && errno != EWOULDBLOCK) {
             throw AppException(AppException::ReceiveError);
         }
     }
 }
 
+bool UdpSocket::WaitForDatagramOrInterrupt()
+{
+    pollfd waitFor[2] = {
+        {wakeUpEvent.load(), POLLIN, 0},
+        {socketHandle, POLLIN, 0},
+    };
+    if (poll(waitFor, 2, -1) < 0) {
+        if (errno == EINTR) {
+            return false;
+        }
+        throw AppException(AppException::ReceiveError);
+    }
+    // An Interrupt is seen through `interrupted` at the top of the loop.
+    return waitFor[0].revents == 0 && waitFor[1].revents != 0;
+}
+
 void UdpSocket::Interrupt()
 {
+    interrupted.store(true);
     const int event = wakeUpEvent.load();
     if (event < 0) {
         return; // Never opened, so no Receive can be waiting.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/DatagramSocket.h"
+#include "platform/ReceiveBatch.h"
 
 #include <atomic>
 
@@ -33,11 +34,20 @@ public:
     bool IsOpen() const { return socketHandle >= 0; }
 
 private:
+    // Waits until the socket or the wake-up event is readable; true when a
+    // datagram may be waiting.
+    bool WaitForDatagramOrInterrupt();
     void EnsureWakeUpEvent();
     void ClearWakeUpEvent();
 
     int socketHandle = -1;
     IPv4Address sourceAddress;
+    // Datagrams read but not yet handed out, and whether the socket may hold
+    // more: after a batch of several, the next read is tried before waiting.
+    ReceiveBatch batch;
+    bool mayHoldMore = false;
+    // Set by Interrupt until the next Open; checked before every datagram.
+    std::atomic<bool> interrupted{false};
     // An eventfd that Interrupt signals and Receive polls beside the socket.
     // It lives as long as the object, not just while open, so an Interrupt
     // that races with Close never writes to a closed or reused descriptor.

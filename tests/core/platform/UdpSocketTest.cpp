@@ -162,4 +162,15 @@ TEST_F(UdpSocketTest, InterruptEndsAWaitingReceiveButSignalsDoNot)
     receiver.join();
     sigaction(SIGUSR1, &previous, nullptr);
     EXPECT_EQ(received, ByteString(300, 7));
+
+    // Datagrams already read in one batch come out one by one, in order and
+    // cut to the caller's buffer, and an Interrupt holds them back too.
+    for (uint8_t mark = 1; mark <= 3; ++mark) {
+        client->SendTo(ByteString(300, mark), BROADCAST, 67);
+    }
+    std::this_thread::sleep_for(50ms);
+    EXPECT_EQ(ReceiveWithin(server), ByteString(300, 1));
+    EXPECT_EQ(ReceiveWithin(server, 10), ByteString(10, 2));
+    server.Interrupt();
+    EXPECT_FALSE(server.Receive(buffer, sizeof(buffer)));
 }
