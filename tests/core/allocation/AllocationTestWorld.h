@@ -6,13 +6,10 @@
 #include "foundation/AppException.h"
 #include "foundation/HardwareAddress.h"
 #include "foundation/IPv4Address.h"
-#include "support/FileText.h"
 #include "support/ManualClock.h"
 #include "support/RaisedCode.h"
-#include "wire/DHCPMessage.h"
 
 #include <algorithm>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -39,37 +36,11 @@ inline IPv4Address Address(const char* text)
     return IPv4Address(std::string(text));
 }
 
-inline DHCPMessage Discover(const HardwareAddress& client, std::optional<IPv4Address> requested = std::nullopt)
-{
-    DHCPMessage message;
-    message.SetOperation(DHCPMessage::BOOTREQUEST);
-    message.SetHardwareAddress(client);
-    message.Options().SetMessageType(DHCPDISCOVER);
-    if (requested) {
-        message.Options().SetRequestedIPAddress(*requested);
-    }
-    return message;
-}
-
-inline ByteString ReadBytes(const std::string& path)
-{
-    const std::string text = ReadText(path);
-    return ByteString(text.begin(), text.end());
-}
-
-inline void WriteBytes(const std::string& path, const ByteString& bytes)
-{
-    WriteText(path, std::string(bytes.begin(), bytes.end()));
-}
-
 // Rows compare by every field, start time included.
-inline bool SameRow(const Lease& a, const Lease& b)
-{
-    return a.GetHardwareAddress() == b.GetHardwareAddress() && a.GetIPAddress() == b.GetIPAddress() &&
-           a.GetDuration() == b.GetDuration() && a.GetStartTime() == b.GetStartTime();
-}
-
 inline bool SameRows(const std::vector<Lease>& a, const std::vector<Lease>& b)
 {
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(), SameRow);
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](const Lease& x, const Lease& y) {
+        return x.GetHardwareAddress() == y.GetHardwareAddress() && x.GetIPAddress() == y.GetIPAddress() &&
+               x.GetDuration() == y.GetDuration() && x.GetStartTime() == y.GetStartTime();
+    });
 }
