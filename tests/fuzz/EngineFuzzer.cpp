@@ -1,0 +1,92 @@
+// Feeds arbitrary datagrams to the whole engine (listener, processor,
+// transactions, address choice, lease table) through its receive thread on a
+// fake socket, with a clock that the input moves: the first byte says how
+// many seconds pass before the datagram arrives, so purges, offers that age
+// out and leases that expire all happen. The pool is small, so it fills and
+// "no address" comes up too. Every reply must parse again, fit 576 bytes and
+// be a BOOTREPLY; the receive thread must come back for more every time.
+
+#include "engine/DHCPServer.h"
+#include "allocation/AddressManager.h"
+#include "config/Settings.h"
+#include "foundation/AppException.h"
+#include "wire/DHCPMessage.h"
+
+#include "support/FakeDatagramSocket.h"
+#include "support/ManualClock.h"
+
+#include <cstdlib>
+#include <memory>
+#include <string>
+
+namespace {
+
+constexpr size_t LARGEST_REPLY = 576;
+
+struct Engine {
+    FakeDatagramSocket::Network network;
+    ManualClock clock;
+    std::unique_ptr<DHCPServer> server;
+
+    Engine()
+    {
+        // The lease file of the listening address goes to a folder of its own.
+        char folder[] = "/tmp/tarnvel-engine-fuzz.XXXXXX";
+        if (mkdtemp(folder) == nullptr) {
+            abort();
+        }
+        setenv("TEMP", folder, 1);
+        ServerPlatform platform;
+        platform.detectLocalAddresses = [] { return std::vector<IPv4Address>{IPv4Address(10, 0, 0, 1)}; };
+        platform.createSocket = [this] { return std::make_unique<FakeDatagramSocket>(network); };
+        platform.canBindPrivilegedPort = [] { return true; };
+        platform.clock = &clock;
+        server = std::make_unique<DHCPServer>(platform);
+        Settings& settings = *server->GetSettings();
+        settings.SetPoolStartAddress(IPv4Address(10, 0, 0, 100));
+        settings.SetPoolEndAddress(IPv4Address(10, 0, 0, 115));
+        settings.SetSubnetMask(24);
+        settings.SetDefaultGateway(IPv4Address(10, 0, 0, 254));
+        settings.SetDNSAddress1(IPv4Address(10, 0, 0, 53));
+        settings.SetDNSAddress2(IPv4Address(10, 0, 0, 54));
+        settings.SetLeaseDuration(30);
+        // Logging stays off: the in-memory log only grows, which a run of
+        // millions of inputs would turn into a memory limit, not a finding.
+        settings.SetLoggingEnabled(false);
+        const uint8_t reservedMac[6] = {0x02, 0, 0, 0, 0, 0x41};
+        server->GetAddressManager()->AddReservation(
+            AddressReservation(HardwareAddress(reservedMac, 6, HardwareAddress::Ethernet10Mb), IPv4Address(10, 0, 0, 105)));
+        server->Start();
+    }
+};
+
+void CheckReply(const FakeDatagramSocket::SentDatagram& sent)
+{
+    if (sent.data.size() > LARGEST_REPLY) {
+        abort();
+    }
+    const DHCPMessage reply(sent.data.data(), sent.data.size());
+    if (reply.GetOperation() != 2) {
+        abort();
+    }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    // Never destroyed: the receive thread runs until the process ends.
+    static Engine* const engine = new Engine();
+    if (size == 0) {
+        return 0;
+    }
+    engine->clock.Advance(data[0] % 8);
+    engine->network.Deliver(ByteString(data + 1, data + size));
+    if (!engine->network.WaitUntilIdle()) {
+        abort(); // the receive thread did not come back for more
+    }
+    for (const auto& sent : engine->network.TakeSent()) {
+        CheckReply(sent);
+    }
+    return 0;
+}
