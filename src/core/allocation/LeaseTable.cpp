@@ -108,10 +108,11 @@ void LeaseTable::Append(const Lease& lease)
 
 void LeaseTable::Reserve(size_t rows)
 {
-    if (rows <= reservedRows) {
+    // A load replaces the rows by a vector just large enough, so the room is
+    // judged afresh from the rows' capacity every time.
+    if (rowsBySlot.capacity() >= rows) {
         return;
     }
-    reservedRows = rows;
     rowsBySlot.reserve(rows);
     serials.reserve(rows);
     live.reserve(rows);

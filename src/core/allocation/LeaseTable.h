@@ -120,7 +120,6 @@ private:
     std::vector<uint8_t> live;
     FenwickTree liveSlots;
     size_t liveRows = 0;
-    size_t reservedRows = 0;
     Serial nextSerial = 0;
     std::unordered_map<uint32_t, SerialList> rowsByIPAddress;
     std::unordered_map<HardwareAddress, SerialList, HardwareAddressHash> rowsByHardwareAddress;

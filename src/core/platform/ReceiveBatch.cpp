@@ -12,6 +12,9 @@ void ReceiveBatch::Prepare()
     headers.resize(SLOTS);
     for (size_t slot = 0; slot < SLOTS; ++slot) {
         vectors[slot] = iovec{slots.get() + slot * SLOT_BYTES, SLOT_BYTES};
+        headers[slot] = mmsghdr{};
+        headers[slot].msg_hdr.msg_iov = &vectors[slot];
+        headers[slot].msg_hdr.msg_iovlen = 1;
     }
 }
 
@@ -21,11 +24,8 @@ int ReceiveBatch::Fill(int socketHandle)
     if (!slots) {
         Prepare();
     }
-    for (size_t slot = 0; slot < SLOTS; ++slot) {
-        headers[slot] = mmsghdr{};
-        headers[slot].msg_hdr.msg_iov = &vectors[slot];
-        headers[slot].msg_hdr.msg_iovlen = 1;
-    }
+    // The kernel writes only msg_len and msg_flags: the headers stay as
+    // Prepare made them.
     const int received = recvmmsg(socketHandle, headers.data(), SLOTS, MSG_DONTWAIT, nullptr);
     next = 0;
     count = received > 0 ? static_cast<size_t>(received) : 0;
