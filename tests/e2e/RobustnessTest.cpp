@@ -4,7 +4,6 @@
 
 #include "E2EFixture.h"
 
-#include "support/ClientDatagram.h"
 #include "support/UdpTestPeer.h"
 
 #include <algorithm>
@@ -15,39 +14,13 @@ namespace {
 
 constexpr size_t FLOOD_COUNT = 20000;
 
-// Datagrams that the server must drop without a trace, kind `index % 8`
-// with random details.
-ByteString Malformed(uint32_t index, std::mt19937& random)
+// Random bytes of random length, up to a large datagram: the kinds of damage
+// are the parser's and the engine fuzzer's business; here only the volume
+// through the real socket counts.
+ByteString Malformed(std::mt19937& random)
 {
-    const auto below = [&random](uint32_t limit) { return static_cast<uint8_t>(random() % limit); };
-    ByteString datagram = ClientDatagram(1, random(), TestMac(random() % (1u << 20)));
-    switch (index % 8) {
-    case 0: // random bytes of random length, up to a large datagram
-        datagram.resize(random() % 1500);
-        std::generate(datagram.begin(), datagram.end(), [&] { return below(256); });
-        break;
-    case 1: // a header cut short
-        datagram.resize(random() % 240);
-        break;
-    case 2: // a wrong magic cookie
-        datagram[236 + below(4)] ^= static_cast<uint8_t>(1 + below(255));
-        break;
-    case 3: // an option whose length runs past the end, in place of End
-        datagram.back() = static_cast<uint8_t>(1 + below(254));
-        datagram.push_back(static_cast<uint8_t>(10 + below(246)));
-        break;
-    case 4: // hlen beyond the 16 bytes of chaddr
-        datagram[2] = static_cast<uint8_t>(17 + below(239));
-        break;
-    case 5: // without option 53
-        datagram = ClientDatagram(1, random(), TestMac(1)).WithoutMessageType().Option(12, {'x'});
-        break;
-    case 6: // DECLINE, or a type that does not exist
-        datagram = ClientDatagram(below(2) == 0 ? 4 : static_cast<uint8_t>(9 + below(247)), random(), TestMac(2));
-        break;
-    default: // hlen 0 and no option 61: no identity at all
-        datagram = ClientDatagram(1, random(), {});
-    }
+    ByteString datagram(random() % 1500);
+    std::generate(datagram.begin(), datagram.end(), [&] { return static_cast<uint8_t>(random()); });
     return datagram;
 }
 
@@ -75,7 +48,7 @@ TEST_F(RobustnessTest, MalformedFloodNeitherStopsTheServerNorKeepsClientsOutNorR
                              std::chrono::steady_clock::now() < deadline;
              ++i) {
             try {
-                peer->SendTo(Malformed(i, random), IPv4Address(255, 255, 255, 255), 67);
+                peer->SendTo(Malformed(random), IPv4Address(255, 255, 255, 255), 67);
                 ++sent;
             } catch (const std::runtime_error&) {
                 // A full queue on the way; the flood goes on.

@@ -9,6 +9,7 @@
 
 #include <climits>
 #include <cstdlib>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -43,7 +44,9 @@ std::vector<RawOption> AdditionalOptionsFrom(const uint8_t* data, size_t size)
     return result;
 }
 
-DHCPMessage ReplyTo(const DHCPMessage& request, const uint8_t* data, size_t size)
+// `additional` must outlive the reply, which refers to it as the server's
+// replies refer to the settings' list.
+DHCPMessage ReplyTo(const DHCPMessage& request, const std::vector<RawOption>& additional)
 {
     DHCPMessage reply = request; // every header field as received
     reply.SetOperation(DHCPMessage::BOOTREPLY);
@@ -70,7 +73,7 @@ DHCPMessage ReplyTo(const DHCPMessage& request, const uint8_t* data, size_t size
         out.SetRouter(request.GetGatewayIPAddress());
     }
     out.SetDNSAddresses(request.GetClientIPAddress(), request.GetYourIPAddress());
-    out.SetRawOptions(AdditionalOptionsFrom(data, size));
+    out.ReferToRawOptions(additional);
     return reply;
 }
 
@@ -89,26 +92,22 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     }
     (void)request->GetClientIdentifier();
 
-    const DHCPMessage reply = ReplyTo(*request, data, size);
+    const std::vector<RawOption> additional = AdditionalOptionsFrom(data, size);
+    const DHCPMessage reply = ReplyTo(*request, additional);
     ByteString list;
     if (request->Options().IsOptionPresent(MessageOptions::ParameterRequestList)) {
         list = request->Options().GetParameterRequestList();
     }
-    const std::unique_ptr<RawMessage> sent = reply.ToRawMessage(list);
-    for (const uint8_t code : list) {
-        if (!reply.Options().IsOptionPresent(code)) {
-            std::abort(); // the list comes back without the codes the reply lacks
-        }
-    }
-    if (sent->GetLength() <= DHCPMessage::FIXED_PART_LENGTH || sent->GetLength() > DHCPMessage::MAXIMUM_LENGTH ||
-        sent->GetData()[sent->GetLength() - 1] != MessageOptions::End) {
+    uint8_t area[DHCPMessage::MAXIMUM_LENGTH];
+    const size_t length = reply.Build(area, std::span<const uint8_t>(list));
+    if (length <= DHCPMessage::FIXED_PART_LENGTH || area[length - 1] != MessageOptions::End) {
         std::abort();
     }
     // Everything the builder writes is well formed, so the reply parses back.
     // A long request list may crowd out option 53, so it is compared only
     // when it made it into the area.
     try {
-        const DHCPMessage echoed(*sent);
+        const DHCPMessage echoed(area, length);
         if (echoed.GetTransactionID() != request->GetTransactionID() ||
             !(echoed.GetHardwareAddress() == request->GetHardwareAddress()) ||
             (echoed.Options().IsOptionPresent(MessageOptions::MessageTypeCode) &&
