@@ -6,6 +6,7 @@
 #include "log/LogManager.h"
 #include "support/FileText.h"
 #include "support/NetworkNamespaces.h"
+#include "support/ScopedEnvironment.h"
 #include "support/TemporaryFolder.h"
 #include "wire/RawOption.h"
 
@@ -56,13 +57,10 @@ exit 0
 
     void SetUp() override
     {
-        if (const char* oldTemp = std::getenv("TEMP")) {
-            previousTemp = oldTemp;
-        }
         if (!NamespacePair::Available()) {
             GTEST_SKIP() << NamespacePair::SKIP_MESSAGE;
         }
-        setenv("TEMP", folder.Path().c_str(), 1);
+        environment.Set("TEMP", folder.Path());
         pair = std::make_unique<NamespacePair>();
         ASSERT_TRUE(WriteText(folder.FilePath("hook.sh"), HOOK_SCRIPT));
         chmod(folder.FilePath("hook.sh").c_str(), 0700);
@@ -88,7 +86,6 @@ exit 0
     {
         server.reset(); // its socket goes before its namespace
         pair.reset();
-        previousTemp ? setenv("TEMP", previousTemp->c_str(), 1) : unsetenv("TEMP");
     }
 
     // Started inside the server namespace, where its socket must belong.
@@ -192,7 +189,7 @@ exit 0
     }
 
     TemporaryFolder folder;
-    std::optional<std::string> previousTemp;
+    ScopedEnvironment environment;
     std::unique_ptr<NamespacePair> pair;
     std::unique_ptr<DHCPServer> server;
 };

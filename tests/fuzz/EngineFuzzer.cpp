@@ -13,7 +13,9 @@
 #include "wire/DHCPMessage.h"
 
 #include "support/FakeDatagramSocket.h"
+#include "support/FakeServerPlatform.h"
 #include "support/ManualClock.h"
+#include "support/TestHardware.h"
 
 #include <cstdlib>
 #include <memory>
@@ -36,12 +38,8 @@ struct Engine {
             abort();
         }
         setenv("TEMP", folder, 1);
-        ServerPlatform platform;
-        platform.detectLocalAddresses = [] { return std::vector<IPv4Address>{IPv4Address(10, 0, 0, 1)}; };
-        platform.createSocket = [this] { return std::make_unique<FakeDatagramSocket>(network); };
-        platform.canBindPrivilegedPort = [] { return true; };
-        platform.clock = &clock;
-        server = std::make_unique<DHCPServer>(platform);
+        server = std::make_unique<DHCPServer>(
+            FakeServerPlatform(network, &clock, [] { return std::vector<IPv4Address>{IPv4Address(10, 0, 0, 1)}; }));
         Settings& settings = *server->GetSettings();
         settings.SetPoolStartAddress(IPv4Address(10, 0, 0, 100));
         settings.SetPoolEndAddress(IPv4Address(10, 0, 0, 115));
@@ -53,9 +51,7 @@ struct Engine {
         // Logging stays off: the in-memory log only grows, which a run of
         // millions of inputs would turn into a memory limit, not a finding.
         settings.SetLoggingEnabled(false);
-        const uint8_t reservedMac[6] = {0x02, 0, 0, 0, 0, 0x41};
-        server->GetAddressManager()->AddReservation(
-            AddressReservation(HardwareAddress(reservedMac, 6, HardwareAddress::Ethernet10Mb), IPv4Address(10, 0, 0, 105)));
+        server->GetAddressManager()->AddReservation(AddressReservation(TestHardware('A'), IPv4Address(10, 0, 0, 105)));
         server->Start();
     }
 };

@@ -1,24 +1,17 @@
 // Arbitrary bytes as a lease file: UnserializeLeases must either refuse them
-// whole, with the table untouched, or replace the table with exactly the rows
-// the bytes hold; and the table it builds must stay usable.
-#include "allocation/AddressManager.h"
+// whole, with the table untouched, or build a table that is written and read
+// back unchanged and stays usable. (Which rows the bytes hold is pinned by the
+// lease file tests; an oracle here would decode with the reader under test.)
 #include "allocation/Lease.h"
-#include "config/Settings.h"
-#include "engine/TransactionManager.h"
 #include "foundation/AppException.h"
-#include "foundation/Serializable.h"
 
-#include <algorithm>
+#include "support/AllocationWorld.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <vector>
 
 namespace {
-
-class FixedClock : public Clock {
-public:
-    int64_t Now() const override { return 1'700'000'000; }
-};
 
 void Require(bool condition, const char* what)
 {
@@ -28,37 +21,11 @@ void Require(bool condition, const char* what)
     }
 }
 
-bool SameRows(const std::vector<Lease>& a, const std::vector<Lease>& b)
-{
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](const Lease& x, const Lease& y) {
-        return x.GetHardwareAddress() == y.GetHardwareAddress() && x.GetIPAddress() == y.GetIPAddress() &&
-               x.GetDuration() == y.GetDuration() && x.GetStartTime() == y.GetStartTime();
-    });
-}
-
-// What the bytes hold, decoded independently row by row; false when any part is refused.
-bool DecodeRows(const ByteString& data, std::vector<Lease>& rows)
-{
-    try {
-        for (const ByteString& item : Serializable::UnserializeGroup(data)) {
-            rows.emplace_back(item);
-        }
-        return true;
-    } catch (const AppException&) {
-        return false;
-    }
-}
-
-struct World {
-    FixedClock clock;
-    Settings settings;
-    TransactionManager transactions{&clock};
-    AddressManager addresses{&settings, &transactions, &clock};
+struct World : AllocationWorld {
     ByteString reference;
 
     World()
     {
-        settings.SetAddressManager(&addresses);
         addresses.AddLease(HardwareAddress(std::string("00:11:22:33:44:55")), IPv4Address(192, 168, 1, 240), 3600);
         addresses.AddLease(HardwareAddress(std::string("00:11:22:33:44:66")), IPv4Address(192, 168, 1, 241), 60);
         reference = addresses.SerializeLeases();
@@ -74,18 +41,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     addresses.UnserializeLeases(world.reference);
     const std::vector<Lease> before = addresses.GetLeases();
 
-    const ByteString input(data, data + size);
-    std::vector<Lease> expected;
-    const bool decodable = DecodeRows(input, expected);
     try {
-        addresses.UnserializeLeases(input);
+        addresses.UnserializeLeases(ByteString(data, data + size));
     } catch (const AppException&) {
-        Require(!decodable, "refused bytes that decode");
         Require(SameRows(addresses.GetLeases(), before), "a refused file changed the table");
         return 0;
     }
-    Require(decodable, "accepted bytes that do not decode");
-    Require(SameRows(addresses.GetLeases(), expected), "the table is not the rows of the file");
+    const std::vector<Lease> expected = addresses.GetLeases();
     addresses.UnserializeLeases(addresses.SerializeLeases());
     Require(SameRows(addresses.GetLeases(), expected), "the table does not survive a round trip");
 

@@ -1,12 +1,11 @@
 // Feeds arbitrary bytes to the settings file reader, wired as the server wires
 // it. Whatever the reader leaves behind must be a model that Save writes and
 // Load reads back unchanged: saving the reloaded model writes the same file.
-#include "allocation/AddressManager.h"
-#include "config/Settings.h"
 #include "config/SettingsFile.h"
-#include "engine/TransactionManager.h"
 #include "foundation/AppException.h"
 #include "foundation/Tools.h"
+
+#include "support/AllocationWorld.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -28,12 +27,8 @@ void RemoveWorkFolder()
     std::filesystem::remove_all(workFolder, ignored);
 }
 
-struct Server {
-    Server() : addressManager(&settings, &transactionManager)
-    {
-        addressManager.SetLeasesFilePath(workFolder + "/leases.dat");
-        settings.SetAddressManager(&addressManager);
-    }
+struct Server : AllocationWorld {
+    Server() { addresses.SetLeasesFilePath(workFolder + "/leases.dat"); }
 
     // True when the file loads without any complaint.
     bool Load(const std::string& path)
@@ -56,10 +51,6 @@ struct Server {
         }
         return Tools::ReadWholeFile(path, text);
     }
-
-    Settings settings;
-    TransactionManager transactionManager;
-    AddressManager addressManager;
 };
 
 void Require(bool condition, const char* what)

@@ -10,12 +10,6 @@ constexpr size_t FIXED_PART_LENGTH = 240;
 
 } // namespace
 
-std::vector<uint8_t> TestMac(uint32_t number)
-{
-    return {0x02, 0x00, static_cast<uint8_t>(number >> 24), static_cast<uint8_t>(number >> 16),
-            static_cast<uint8_t>(number >> 8), static_cast<uint8_t>(number)};
-}
-
 ClientDatagram::operator ByteString() const
 {
     ByteString bytes(FIXED_PART_LENGTH, 0);

@@ -2,6 +2,7 @@
 
 #include "foundation/ByteString.h"
 #include "foundation/IPv4Address.h"
+#include "support/TestHardware.h"
 
 #include <cstdint>
 #include <optional>
@@ -12,9 +13,6 @@ inline ByteString AddressBytes(const IPv4Address& address)
 {
     return {address[0], address[1], address[2], address[3]};
 }
-
-// A MAC address 02:00:xx:xx:xx:xx made from a number, for many clients.
-std::vector<uint8_t> TestMac(uint32_t number);
 
 // A client's datagram as a DHCP client would send it (or a reply as a client
 // expects it), built without the server's own writer: header, magic cookie,

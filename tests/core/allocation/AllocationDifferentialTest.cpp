@@ -4,7 +4,9 @@
 // lease files with odd rows, the clock moving forward and back, offers held
 // and ageing, reservations (and the code of each refusal) and the pool
 // changing. A divergence names the seed and the step.
-#include "AllocationTestWorld.h"
+#include "support/AllocationWorld.h"
+#include "support/RaisedCode.h"
+#include "support/TestHardware.h"
 
 #include "foundation/ClientIdentifier.h"
 #include "foundation/Serializable.h"
@@ -185,7 +187,7 @@ private:
         }
         return IPv4Address::FromUint32(UNIVERSE_FIRST + static_cast<uint32_t>(Pick(UNIVERSE_SIZE)));
     }
-    HardwareAddress SomeClient() { return Client(Pick(48) + 1, Chance(5) ? 6 : 1); }
+    HardwareAddress SomeClient() { return TestHardware(Pick(48) + 1, Chance(5) ? 6 : 1); }
     int32_t SomeDuration() { return PickOf<int32_t>({0, 1, 2, 3, 5, 10, 60, 600, 3600, 86'400, 2'147'483'646}); }
     const Lease& SomeRow() { return model.rows[static_cast<size_t>(Pick(static_cast<int>(model.rows.size())))]; }
     size_t SomeReservation() { return static_cast<size_t>(Pick(static_cast<int>(model.reservations.size()))); }

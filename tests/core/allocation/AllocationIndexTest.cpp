@@ -1,4 +1,6 @@
-#include "AllocationTestWorld.h"
+#include "support/AllocationWorld.h"
+#include "support/RaisedCode.h"
+#include "support/TestHardware.h"
 
 #include "allocation/FreeAddressIndex.h"
 #include "allocation/LeaseTable.h"
@@ -39,7 +41,7 @@ TEST(AllocationIndexTest, FreeAddressIndexKnowsExactlyWhatIsTakenAsTimeMoves)
         }
     };
     const auto grant = [&](const IPv4Address& address, int32_t duration, int64_t start) {
-        leases.Append(Lease(Client(pick(80)), address, duration, start));
+        leases.Append(Lease(TestHardware(pick(80)), address, duration, start));
         index.Refresh(address.ToUint32(), leases, reservations, now);
     };
     for (int step = 0; step < 10'000 && !HasFailure(); ++step) {
@@ -59,7 +61,7 @@ TEST(AllocationIndexTest, FreeAddressIndexKnowsExactlyWhatIsTakenAsTimeMoves)
         } else if (kind < 58) {
             const size_t row = reservations.FindByIPAddress(address);
             row != ReservationTable::NONE ? reservations.Remove(row)
-                                          : reservations.Append(AddressReservation(Client(static_cast<int>(value)), address));
+                                          : reservations.Append(AddressReservation(TestHardware(static_cast<int>(value)), address));
         } else if (kind < 88) {
             now += std::array<int64_t, 14>{0, 1, 1, 2, 3, 7, 30, 600, -1, -2, -5, -30, WRAP - 1, WRAP}[pick(14)];
         } else if (kind < 90) {

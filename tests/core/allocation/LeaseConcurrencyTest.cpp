@@ -1,4 +1,6 @@
-#include "AllocationTestWorld.h"
+#include "support/AllocationWorld.h"
+#include "support/RaisedCode.h"
+#include "support/TestHardware.h"
 
 #include <gtest/gtest.h>
 
@@ -14,7 +16,7 @@ TEST(LeaseConcurrencyTest, ReaderSeesOnlyConsistentCopiesWhileTheWriterWorks)
     constexpr int ADDRESS_COUNT = 200;
     const auto rowOf = [](int index) {
         const IPv4Address address = IPv4Address::FromUint32((10u << 24) + static_cast<uint32_t>(index));
-        return Lease(Client(1000 + index), address, 100'000 + index, 0);
+        return Lease(TestHardware(1000 + index), address, 100'000 + index, 0);
     };
     AllocationWorld world;
     std::atomic<bool> writing = true;

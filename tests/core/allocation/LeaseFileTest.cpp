@@ -1,15 +1,17 @@
-#include "AllocationTestWorld.h"
+#include "support/AllocationWorld.h"
+#include "support/RaisedCode.h"
+#include "support/TestHardware.h"
 
 #include "foundation/Serializable.h"
 #include "foundation/Tools.h"
 #include "support/FileText.h"
+#include "support/ScopedEnvironment.h"
 #include "support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <csignal>
-#include <cstdlib>
 #include <filesystem>
 
 #include <sys/resource.h>
@@ -33,8 +35,8 @@ void WriteBytes(const std::string& path, const ByteString& bytes)
 ByteString TwoLeaseFile(int first = 10, int second = 11)
 {
     AllocationWorld source;
-    source.addresses.AddLease(Client(first), IPv4Address(192, 168, 1, 240 + first), 100);
-    source.addresses.AddLease(Client(second), IPv4Address(192, 168, 1, 240 + second), 200);
+    source.addresses.AddLease(TestHardware(first), IPv4Address(192, 168, 1, 240 + first), 100);
+    source.addresses.AddLease(TestHardware(second), IPv4Address(192, 168, 1, 240 + second), 200);
     return source.addresses.SerializeLeases();
 }
 
@@ -57,16 +59,16 @@ TEST(LeaseFileTest, FileIsByteExactAndRoundTripsOrderStartTimesAndAwkwardBytes)
                                    4, 0, 0, 0, 192, 168, 1, 240,                   // IP address
                                }));
     // A negative start time is sign-extended; a reader keeps only the low 32 bits.
-    const ByteString early = Lease(Client(1), Address("10.0.0.1"), 60, -5).Serialize();
+    const ByteString early = Lease(TestHardware(1), Address("10.0.0.1"), 60, -5).Serialize();
     EXPECT_EQ(ByteString(early.begin() + 4, early.begin() + 12),
               (ByteString{0xFB, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}));
     const Lease wide(Serializable::SerializeGroup(
-        {Tools::Int64ToBytes(0x1234'0000'0010LL), Tools::Int64ToBytes(0x7'0000'0020LL), Client(1).Serialize(), {10, 0, 0, 1}}));
+        {Tools::Int64ToBytes(0x1234'0000'0010LL), Tools::Int64ToBytes(0x7'0000'0020LL), TestHardware(1).Serialize(), {10, 0, 0, 1}}));
     EXPECT_EQ(wide.GetStartTime(), 0x10);
     EXPECT_EQ(wide.GetDuration(), 0x20);
 
     written.clock.Advance(42);
-    written.addresses.AddLease(Client(2), Address("192.168.1.245"), 0);
+    written.addresses.AddLease(TestHardware(2), Address("192.168.1.245"), 0);
     written.addresses.ReleaseLease(Address("192.168.1.240")); // expired rows are written too
     // 10, 13 and 26 (LF, CR, ^Z) in the start time, duration, hardware and IP.
     written.clock.Set(0x1A0D0A1A);
@@ -76,7 +78,7 @@ TEST(LeaseFileTest, FileIsByteExactAndRoundTripsOrderStartTimesAndAwkwardBytes)
     EXPECT_EQ(ReadBytes(path).size(), 2u * 50u + 60u); // the longest hardware address: a 60-byte record
 
     AllocationWorld read;
-    read.addresses.AddLease(Client(9), Address("192.168.1.249"), 60); // replaced by the file
+    read.addresses.AddLease(TestHardware(9), Address("192.168.1.249"), 60); // replaced by the file
     read.addresses.LoadLeases(path);
     EXPECT_EQ(read.addresses.GetLeaseCount(), 3u);
     EXPECT_TRUE(SameRows(read.addresses.GetLeases(), written.addresses.GetLeases()));
@@ -91,7 +93,7 @@ TEST(LeaseFileTest, DamagedOrMissingFilesRaiseAndKeepTheTable)
     const ByteString good = TwoLeaseFile();
     ASSERT_EQ(good.size(), 100u);
     const ByteString start = Tools::Int64ToBytes(1'700'000'000);
-    const ByteString hardware = Client(9).Serialize();
+    const ByteString hardware = TestHardware(9).Serialize();
     const ByteString address = {192, 168, 1, 249};
     ByteString longHardware = {1, 0, 0, 0};
     longHardware.resize(4 + 17, 0x42);
@@ -161,7 +163,7 @@ TEST(LeaseFileTest, InterruptedSaveLeavesThePreviousFileIntact)
         const rlimit limit = {64, 64};
         AllocationWorld world;
         for (int i = 0; i < 10; ++i) {
-            world.addresses.AddLease(Client(i), IPv4Address(192, 168, 1, 240 + i), 60);
+            world.addresses.AddLease(TestHardware(i), IPv4Address(192, 168, 1, 240 + i), 60);
         }
         const std::vector<Lease> before = world.addresses.GetLeases();
         if (::setrlimit(RLIMIT_FSIZE, &limit) == 0) {
@@ -182,19 +184,9 @@ TEST(LeaseFileTest, InterruptedSaveLeavesThePreviousFileIntact)
 TEST(LeaseFileTest, ConstructionReadsLeasesDatAndDestructionSavesOnlyWithAListeningAddress)
 {
     TemporaryFolder folder;
-    // The working directory and TEMP are put back however the test ends.
-    struct Restore {
-        std::filesystem::path directory = std::filesystem::current_path();
-        const char* temp = std::getenv("TEMP");
-        std::string oldTemp = temp == nullptr ? "" : temp;
-        ~Restore()
-        {
-            std::filesystem::current_path(directory);
-            temp == nullptr ? ::unsetenv("TEMP") : ::setenv("TEMP", oldTemp.c_str(), 1);
-        }
-    } restore;
+    ScopedEnvironment environment;
     std::filesystem::current_path(folder.Path());
-    ::setenv("TEMP", folder.Path().c_str(), 1);
+    environment.Set("TEMP", folder.Path());
 
     WriteBytes("leases.dat", TwoLeaseFile());
     {
@@ -210,11 +202,11 @@ TEST(LeaseFileTest, ConstructionReadsLeasesDatAndDestructionSavesOnlyWithAListen
     {
         AllocationWorld world;
         EXPECT_EQ(world.addresses.GetLeaseCount(), 0u);
-        world.addresses.AddLease(Client(5), Address("192.168.1.245"), 60);
+        world.addresses.AddLease(TestHardware(5), Address("192.168.1.245"), 60);
         EXPECT_EQ(CodeRaisedBy([&] { world.settings.SetPreferredListeningAddress(Address("192.168.1.10")); }), -1);
         EXPECT_EQ(world.addresses.GetLeaseCount(), 1u);
     }
-    const Lease saved(Client(5), Address("192.168.1.245"), 60, 1'700'000'000);
+    const Lease saved(TestHardware(5), Address("192.168.1.245"), 60, 1'700'000'000);
     EXPECT_EQ(ReadBytes(ownFile), Serializable::SerializeGroup({saved.Serialize()}));
 }
 

@@ -1,4 +1,6 @@
-#include "AllocationTestWorld.h"
+#include "support/AllocationWorld.h"
+#include "support/RaisedCode.h"
+#include "support/TestHardware.h"
 
 #include <gtest/gtest.h>
 
@@ -33,7 +35,7 @@ TEST(LeaseTest, RemainingTimeExpiresOnlyBelowZeroAndNamesItsNextChange)
         {"about to wrap round to active", 5, NOW - 5 - WRAP + 3, NOW, INT32_MIN + 3, NOW + 4},
     };
     for (const auto& [name, duration, start, now, remaining, next] : cases) {
-        const Lease lease(Client(1), Address("192.168.1.240"), duration, start);
+        const Lease lease(TestHardware(1), Address("192.168.1.240"), duration, start);
         EXPECT_EQ(lease.GetRemainingTime(now), remaining) << name;
         EXPECT_EQ(lease.IsExpired(now), remaining < 0) << name;
         EXPECT_EQ(lease.GetNextStateChange(now), next) << name;
@@ -43,7 +45,7 @@ TEST(LeaseTest, RemainingTimeExpiresOnlyBelowZeroAndNamesItsNextChange)
 
     // Expire leaves -1 at once and keeps the duration.
     for (const int32_t duration : {0, 1, 3600, INT32_MAX - 1}) {
-        Lease lease(Client(7), Address("192.168.1.241"), duration, NOW);
+        Lease lease(TestHardware(7), Address("192.168.1.241"), duration, NOW);
         lease.Expire(NOW + 5);
         EXPECT_EQ(lease.GetRemainingTime(NOW + 5), -1) << duration;
         EXPECT_EQ(lease.GetDuration(), duration);

@@ -1,8 +1,6 @@
-#include "allocation/AddressManager.h"
-#include "config/Settings.h"
 #include "config/SettingsFile.h"
-#include "engine/TransactionManager.h"
 
+#include "support/AllocationWorld.h"
 #include "support/FileText.h"
 #include "support/RaisedCode.h"
 #include "support/TemporaryFolder.h"
@@ -17,13 +15,12 @@ namespace {
 
 constexpr int LOADED = -1;
 
-// Settings wired to an address manager as the server wires them, with the
-// files kept inside the test's folder.
-struct Server {
-    explicit Server(const TemporaryFolder& folder) : folder(folder), addressManager(&settings, &transactionManager)
+// Settings wired as the server wires them, with the files kept inside the
+// test's folder.
+struct Server : AllocationWorld {
+    explicit Server(const TemporaryFolder& folder) : folder(folder)
     {
-        addressManager.SetLeasesFilePath(folder.FilePath("leases.dat"));
-        settings.SetAddressManager(&addressManager);
+        addresses.SetLeasesFilePath(folder.FilePath("leases.dat"));
     }
 
     // Writes settings.cfg and loads it: the code raised, or LOADED.
@@ -41,9 +38,6 @@ struct Server {
     }
 
     const TemporaryFolder& folder;
-    Settings settings;
-    TransactionManager transactionManager;
-    AddressManager addressManager;
 };
 
 // The pool lines and `more`, each ended with `lineEnd`.
@@ -234,9 +228,9 @@ TEST(SettingsFileTest, EachKindOfBadLineIsDroppedWhileGoodLinesStay)
                                            "AddressReservation 00:00:00:00:00:02 10.0.0.5\r\n"
                                            "AddressReservation AA:BB:CC:DD:EE:FF 10.0.0.250\r\n"),
               AppException::SettingsFilePartlyLoaded);
-    ASSERT_EQ(reserving.addressManager.GetReservationCount(), 2u);
-    EXPECT_EQ(reserving.addressManager.GetReservation(0).GetIPAddress(), IPv4Address(10, 0, 0, 5));
-    EXPECT_EQ(reserving.addressManager.GetReservation(1).GetIPAddress(), IPv4Address(10, 0, 0, 250));
+    ASSERT_EQ(reserving.addresses.GetReservationCount(), 2u);
+    EXPECT_EQ(reserving.addresses.GetReservation(0).GetIPAddress(), IPv4Address(10, 0, 0, 5));
+    EXPECT_EQ(reserving.addresses.GetReservation(1).GetIPAddress(), IPv4Address(10, 0, 0, 250));
 }
 
 TEST(SettingsFileTest, AMissingOrInvalidPoolIsFatal)
@@ -269,7 +263,7 @@ TEST(SettingsFileTest, AMissingOrInvalidPoolIsFatal)
     // default, and the take-over had written it.
     Server server(folder);
     server.settings.GetAdditionalOptions().emplace_back("4", "1 2 3 4");
-    server.addressManager.AddReservation(
+    server.addresses.AddReservation(
         AddressReservation(HardwareAddress("00:00:00:00:00:09"), IPv4Address(192, 168, 1, 9)));
     EXPECT_EQ(server.Load(Replaced(file, {{"10.0.0.100", "10.0.0.201"}}) + "PreferredListeningAddress 10.0.0.1\r\n"),
               AppException::SettingsFileFatalError);

@@ -18,9 +18,7 @@ TEST(DHCPServerTest, ConstructionChoosesTheFirstAddressBesides127OrFailsWithItsC
 
     const auto codeWith = [&](std::vector<IPv4Address> addresses, bool privileged = true) {
         harness.localAddresses = std::move(addresses);
-        ServerPlatform platform = harness.Platform();
-        platform.canBindPrivilegedPort = [privileged] { return privileged; };
-        return CodeRaisedBy([&] { DHCPServer server(platform); });
+        return CodeRaisedBy([&] { DHCPServer server(harness.Platform(privileged)); });
     };
     EXPECT_EQ(codeWith({IPv4Address(127, 0, 0, 1)}), AppException::NoAddressToListenOn);
     EXPECT_EQ(codeWith({}), AppException::NoAddressToListenOn);

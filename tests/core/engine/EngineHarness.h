@@ -7,13 +7,14 @@
 #include "log/LogManager.h"
 #include "support/ClientDatagram.h"
 #include "support/FakeDatagramSocket.h"
+#include "support/FakeServerPlatform.h"
 #include "support/ManualClock.h"
+#include "support/ScopedEnvironment.h"
 #include "support/TemporaryFolder.h"
 #include "wire/DHCPMessage.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <memory>
 #include <optional>
 #include <string>
@@ -27,21 +28,15 @@ inline const IPv4Address POOL_START{10, 0, 0, 100};
 inline const IPv4Address POOL_END{10, 0, 0, 110};
 constexpr int32_t LEASE_DURATION = 3600;
 
-// Clients are named by a letter: client 'A' has the MAC 02:00:00:00:00:41.
-inline HardwareAddress Hardware(char client)
-{
-    return HardwareAddress(TestMac(static_cast<uint8_t>(client)).data(), 6, HardwareAddress::Ethernet10Mb);
-}
-
-// The client's messages by state: SELECTING names a server and the offered
+// Clients are named by a letter (support/TestHardware.h). The client's messages by state: SELECTING names a server and the offered
 // address, INIT-REBOOT only the address, RENEWING/REBINDING has ciaddr only.
 inline ClientDatagram Discover(uint32_t xid, char client)
 {
-    return ClientDatagram(1, xid, TestMac(static_cast<uint8_t>(client)));
+    return ClientDatagram(1, xid, TestMac(client));
 }
 inline ClientDatagram Request(uint32_t xid, char client)
 {
-    return ClientDatagram(3, xid, TestMac(static_cast<uint8_t>(client)));
+    return ClientDatagram(3, xid, TestMac(client));
 }
 inline ClientDatagram Selecting(uint32_t xid, char client, IPv4Address offered, IPv4Address server = SERVER)
 {
@@ -118,18 +113,13 @@ public:
     explicit EngineHarness(std::vector<IPv4Address> localAddresses = {SERVER, OTHER_LOCAL})
         : localAddresses(std::move(localAddresses))
     {
-        setenv("TEMP", folder.Path().c_str(), 1);
+        environment.Set("TEMP", folder.Path());
         ReplaceServer();
     }
 
-    ServerPlatform Platform()
+    ServerPlatform Platform(bool privileged = true)
     {
-        ServerPlatform platform;
-        platform.detectLocalAddresses = [this] { return localAddresses; };
-        platform.createSocket = [this] { return std::make_unique<FakeDatagramSocket>(network); };
-        platform.canBindPrivilegedPort = [] { return true; };
-        platform.clock = &clock;
-        return platform;
+        return FakeServerPlatform(network, &clock, [this] { return localAddresses; }, privileged);
     }
 
     // A new run on the same folder, clock and network.
@@ -216,6 +206,7 @@ public:
     std::string LeaseFilePath() const { return folder.FilePath("quorvy_leases_" + SERVER.ToString() + ".dat"); }
 
     TemporaryFolder folder;
+    ScopedEnvironment environment;
     ManualClock clock;
     FakeDatagramSocket::Network network;
     std::vector<IPv4Address> localAddresses;

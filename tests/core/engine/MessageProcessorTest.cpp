@@ -21,10 +21,10 @@ const std::string WORLD = "E.102- A.100 B.101 R.104 O.50";
 
 void BuildWorld(EngineHarness& harness)
 {
-    harness.Addresses().AddReservation(AddressReservation(Hardware('R'), At(104)));
-    harness.Addresses().AddReservation(AddressReservation(Hardware('O'), At(50)));
+    harness.Addresses().AddReservation(AddressReservation(TestHardware('R'), At(104)));
+    harness.Addresses().AddReservation(AddressReservation(TestHardware('O'), At(50)));
     harness.Start();
-    harness.Addresses().AddLease(Hardware('E'), At(102), 1);
+    harness.Addresses().AddLease(TestHardware('E'), At(102), 1);
     uint32_t xid = 100;
     for (const char client : {'A', 'B', 'R', 'O'}) {
         harness.Obtain(client, xid++);

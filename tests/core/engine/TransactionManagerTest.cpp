@@ -1,8 +1,8 @@
 #include "engine/TransactionManager.h"
 
 #include "foundation/ClientIdentifier.h"
-#include "foundation/HardwareAddress.h"
 #include "support/ManualClock.h"
+#include "support/TestHardware.h"
 
 #include <gtest/gtest.h>
 
@@ -12,8 +12,7 @@ constexpr int64_t START = 1'000'000;
 
 ClientIdentifier ClientID(uint8_t number)
 {
-    const uint8_t bytes[6] = {0x02, 0, 0, 0, 0, number};
-    return ClientIdentifier(HardwareAddress(bytes, 6, HardwareAddress::Ethernet10Mb));
+    return ClientIdentifier(TestHardware(number));
 }
 
 IPv4Address Offered(int last)

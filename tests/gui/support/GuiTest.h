@@ -1,7 +1,9 @@
 #pragma once
 
 #include "support/FakeDatagramSocket.h"
+#include "support/FakeServerPlatform.h"
 #include "support/ManualClock.h"
+#include "support/ScopedEnvironment.h"
 
 #include "MainWindow.h"
 
@@ -28,7 +30,7 @@
 
 // A machine for one test: a temporary data folder that is the current
 // directory (settings.cfg and log.txt land there), TEMP pointing into it for
-// the lease files, and a server platform whose sockets are fakes, so that no
+// the lease files (both put back afterwards), and a server platform whose sockets are fakes, so that no
 // test touches a real network interface.
 class GuiTestEnvironment {
 public:
@@ -38,18 +40,13 @@ public:
     GuiTestEnvironment()
     {
         QDir::setCurrent(folder.path());
-        qputenv("TEMP", folder.path().toLocal8Bit());
+        environment.Set("TEMP", folder.path().toStdString());
     }
 
     ServerPlatform MakePlatform(std::vector<IPv4Address> addresses = {FIRST_ADDRESS, SECOND_ADDRESS},
                                 bool privileged = true)
     {
-        ServerPlatform platform;
-        platform.detectLocalAddresses = [addresses] { return addresses; };
-        platform.createSocket = [this] { return std::make_unique<FakeDatagramSocket>(network); };
-        platform.canBindPrivilegedPort = [privileged] { return privileged; };
-        platform.clock = &clock;
-        return platform;
+        return FakeServerPlatform(network, &clock, [addresses] { return addresses; }, privileged);
     }
 
     QByteArray ReadFile(const QString& name) const
@@ -71,6 +68,7 @@ public:
 
 private:
     QTemporaryDir folder;
+    ScopedEnvironment environment; // goes first: the old working directory comes back before the folder goes
 };
 
 // Answers the modal windows that a test provokes, so that no test waits for a

@@ -3,18 +3,16 @@
 #include "allocation/AddressManager.h"
 #include "config/Settings.h"
 #include "engine/TransactionManager.h"
-#include "foundation/AppException.h"
-#include "foundation/HardwareAddress.h"
 #include "foundation/IPv4Address.h"
 #include "support/ManualClock.h"
-#include "support/RaisedCode.h"
 
 #include <algorithm>
 #include <string>
 #include <vector>
 
-// The objects around one AddressManager, wired as the server wires them, on a
-// clock that the test moves. The default pool is 192.168.1.240-254 /24.
+// Settings, transactions and one AddressManager wired as the server wires
+// them, on a clock that the test moves; for tests and fuzzers alike. The
+// manager reads "leases.dat" of the working directory when it is made.
 struct AllocationWorld {
     ManualClock clock;
     Settings settings;
@@ -23,13 +21,6 @@ struct AllocationWorld {
 
     AllocationWorld() { settings.SetAddressManager(&addresses); }
 };
-
-// An Ethernet address 02:00:00:00:hi:lo for client `number`.
-inline HardwareAddress Client(int number, uint32_t type = HardwareAddress::Ethernet10Mb)
-{
-    const uint8_t bytes[6] = {2, 0, 0, 0, static_cast<uint8_t>(number >> 8), static_cast<uint8_t>(number)};
-    return HardwareAddress(bytes, 6, type);
-}
 
 inline IPv4Address Address(const char* text)
 {
