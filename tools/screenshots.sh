@@ -10,9 +10,9 @@ cd "$(dirname "$0")/.."
 cmake --build build --target quorvy_screenshots quorvy_lrelease
 render() {
   if command -v xvfb-run >/dev/null; then
-    xvfb-run -a -s "-screen 0 1280x1024x24" env QT_QPA_PLATFORM=xcb build/tests/gui/quorvy_screenshots "$@"
+    xvfb-run -a -s "-screen 0 1280x1024x24" env QT_QPA_PLATFORM=xcb build/tools/quorvy_screenshots "$@"
   else
-    QT_QPA_PLATFORM=offscreen build/tests/gui/quorvy_screenshots "$@"
+    QT_QPA_PLATFORM=offscreen build/tools/quorvy_screenshots "$@"
   fi
 }
 rm -rf build/screenshots
