@@ -18,6 +18,18 @@ bool FakeDatagramSocket::Network::WaitUntilClosed(std::chrono::milliseconds time
     return changed.wait_for(lock, timeout, [this] { return !open; });
 }
 
+bool FakeDatagramSocket::Network::WaitUntilHeld(std::chrono::milliseconds timeout)
+{
+    std::unique_lock lock(mutex);
+    return changed.wait_for(lock, timeout, [this] { return holding; });
+}
+
+bool FakeDatagramSocket::Network::WaitUntilInterrupted(std::chrono::milliseconds timeout)
+{
+    std::unique_lock lock(mutex);
+    return changed.wait_for(lock, timeout, [this] { return interruptCount > 0; });
+}
+
 void FakeDatagramSocket::Open(const IPv4Address& listeningAddress, uint16_t port)
 {
     std::lock_guard lock(network.mutex);
@@ -49,6 +61,10 @@ std::optional<size_t> FakeDatagramSocket::Receive(uint8_t* buffer, size_t capaci
     }
     const ByteString datagram = std::move(network.incoming.front());
     network.incoming.pop_front();
+    network.holding = network.holdTaken;
+    network.changed.notify_all();
+    network.changed.wait(lock, [this] { return !network.holdTaken; });
+    network.holding = false;
     const size_t length = std::min(capacity, datagram.size());
     std::copy_n(datagram.begin(), length, buffer);
     return length;
@@ -56,7 +72,10 @@ std::optional<size_t> FakeDatagramSocket::Receive(uint8_t* buffer, size_t capaci
 
 void FakeDatagramSocket::Interrupt()
 {
-    network.Change([this] { interrupted = true; });
+    network.Change([this] {
+        interrupted = true;
+        ++network.interruptCount;
+    });
 }
 
 void FakeDatagramSocket::SendTo(const uint8_t* data, size_t length, const IPv4Address& destination, uint16_t port)

@@ -37,6 +37,9 @@ public:
         void SetSendFailure(std::optional<int32_t> code) { Change([&] { sendFailure = code; }); }
         // The next Open raises this code instead of binding.
         void SetOpenFailure(std::optional<int32_t> code) { Change([&] { openFailure = code; }); }
+        // While set, Receive keeps each datagram it takes until this is
+        // cleared: a receive thread with a message in hand.
+        void HoldTakenDatagrams(bool hold) { Change([&] { holdTaken = hold; }); }
 
         // True once every delivered datagram has been taken and the receive
         // thread waits again: all of them have been handled then. False when
@@ -44,6 +47,10 @@ public:
         bool WaitUntilIdle(std::chrono::milliseconds timeout = std::chrono::seconds(5));
         // True once no socket is open, false after `timeout`.
         bool WaitUntilClosed(std::chrono::milliseconds timeout = std::chrono::seconds(5));
+        // True once Receive holds a taken datagram, false after `timeout`.
+        bool WaitUntilHeld(std::chrono::milliseconds timeout = std::chrono::seconds(5));
+        // True once a socket has been interrupted, false after `timeout`.
+        bool WaitUntilInterrupted(std::chrono::milliseconds timeout = std::chrono::seconds(5));
         // Sent so far, and cleared.
         std::vector<SentDatagram> TakeSent() { return Read([&] { return std::exchange(sent, {}); }); }
 
@@ -76,6 +83,9 @@ public:
         std::deque<ByteString> incoming;
         bool receiveFailurePending = false;
         bool receiverWaiting = false;
+        bool holdTaken = false;
+        bool holding = false;
+        int interruptCount = 0;
         std::optional<int32_t> sendFailure;
         std::optional<int32_t> openFailure;
         std::vector<SentDatagram> sent;

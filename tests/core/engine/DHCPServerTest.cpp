@@ -1,8 +1,12 @@
 #include "EngineHarness.h"
 
+#include "allocation/Lease.h"
+#include "foundation/Serializable.h"
 #include "foundation/Tools.h"
 #include "support/FileText.h"
 #include "support/RaisedCode.h"
+
+#include <thread>
 
 // Building, starting and stopping the server as a whole, and the listener's
 // choice of address.
@@ -33,6 +37,19 @@ TEST(DHCPServerTest, FailedStartOpensNothingAndALaterStartWorks)
     EXPECT_EQ(CodeRaisedBy([&] { harness.Server().Start(); }), AppException::ServerSettingsNotValid);
     EXPECT_EQ(harness.network.GetOpenCount(), 0);
     EXPECT_EQ(harness.Log().GetLogItemCount(), 0u);
+    harness.GetSettings().SetPoolEndAddress(POOL_END);
+    // A reservation that the pool's subnet no longer holds, once the mask has
+    // narrowed or the pool has moved to another subnet.
+    harness.Addresses().AddReservation(AddressReservation(TestHardware('R'), IPv4Address(10, 0, 0, 20)));
+    harness.GetSettings().SetSubnetMask(26); // the pool's subnet: .64-.127
+    EXPECT_EQ(CodeRaisedBy([&] { harness.Server().Start(); }), AppException::ServerSettingsNotValid);
+    harness.GetSettings().SetSubnetMask(24);
+    harness.GetSettings().SetPoolStartAddress(IPv4Address(10, 0, 1, 100));
+    harness.GetSettings().SetPoolEndAddress(IPv4Address(10, 0, 1, 110));
+    EXPECT_EQ(CodeRaisedBy([&] { harness.Server().Start(); }), AppException::ServerSettingsNotValid);
+    EXPECT_EQ(harness.network.GetOpenCount(), 0);
+    harness.Addresses().RemoveReservation(0);
+    harness.GetSettings().SetPoolStartAddress(POOL_START);
     harness.GetSettings().SetPoolEndAddress(POOL_END);
 
     for (const int32_t failure : {AppException::CannotBindSocket, AppException::CannotDetermineInterfaceName}) {
@@ -85,6 +102,27 @@ TEST(DHCPServerTest, RunsFromStartToStopThroughAReceiveErrorAndKeepsTheLeasesFor
     EXPECT_EQ(harness.Leases(), "A.100 B.101");
     harness.Start();
     EXPECT_EQ(harness.SendForOne(Discover(3, 'B')).Yiaddr(), POOL_START + 1);
+}
+
+// Stop lets the receive thread finish the datagram it has taken before the
+// leases are saved: the lease that datagram grants is in the file.
+TEST(DHCPServerTest, StopHandlesTheMessageInHandBeforeSavingTheLeases)
+{
+    EngineHarness harness;
+    harness.Start();
+    const IPv4Address offered = harness.SendForOne(Discover(1, 'A')).Yiaddr();
+    harness.network.HoldTakenDatagrams(true);
+    harness.network.Deliver(Selecting(1, 'A', offered));
+    ASSERT_TRUE(harness.network.WaitUntilHeld());
+    std::thread stopping([&] { harness.Server().Stop(); });
+    const bool interrupted = harness.network.WaitUntilInterrupted();
+    harness.network.HoldTakenDatagrams(false);
+    stopping.join();
+    EXPECT_TRUE(interrupted);
+    EXPECT_EQ(harness.network.TakeSent().size(), 1u); // the ACK
+    const ByteString lease = Lease(TestHardware('A'), offered, LEASE_DURATION, harness.clock.Now()).Serialize();
+    const ByteString file = Serializable::SerializeGroup({lease});
+    EXPECT_EQ(ReadText(harness.LeaseFilePath()), std::string(file.begin(), file.end()));
 }
 
 TEST(DHCPServerTest, WithLoggingOffThereAreNoStartOrStopItemsAndNoSavingThread)

@@ -114,6 +114,8 @@ std::vector<Rule> Rules()
          "E.102- B.101 R.104 O.50"},
         {"a reserved client, another address", Renewal(35, 'R', At(105)), "NAK to .105:68", "REQUEST NAK"},
         {"a failed NAK is not logged", Renewal(32, 'A', At(111)), "", "REQUEST", "", true, 0, SendError},
+        {"our server named, no open exchange: neither ACK nor NAK", Renewal(36, 'A', At(100)).ServerIdentifier(SERVER),
+         "", "REQUEST"},
 
         // INFORM: configuration only, to ciaddr or broadcast. RELEASE: ciaddr's
         // lease runs out whoever sends it, and its row stays.
