@@ -98,6 +98,7 @@ private slots:
         QTest::newRow("pool end on the broadcast") << "lineEditPoolEndAddress" << "10.77.0.255" << 0 << notValid;
         QTest::newRow("gateway that is no address") << "lineEditDefaultGateway" << "10.77.0.300" << 0 << notValid;
         QTest::newRow("lease time at the 32-bit limit") << "lineEditLeaseDuration" << "2147483647" << 0 << notValid;
+        QTest::newRow("negative lease time") << "lineEditLeaseDuration" << "-1" << 0 << notValid;
         QTest::newRow("port 67 busy") << "" << "" << int(AppException::CannotBindSocket)
                                       << QStringLiteral("Nie udało się uruchomić nasłuchiwania na porcie 67!");
         QTest::newRow("no interface: the English text")
