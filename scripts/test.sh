@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # The whole test run: installs what is needed, builds, runs every unit, GUI and
-# network-namespace test with CTest, then the fuzzers for a bounded time.
+# network-namespace test with CTest, the threaded parts again under
+# ThreadSanitizer, then the fuzzers for a bounded time.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 if [ "$(id -u)" -eq 0 ]; then
@@ -11,4 +12,5 @@ fi
 bash scripts/build.sh
 export QT_QPA_PLATFORM=offscreen
 ctest --test-dir build --output-on-failure -j "$(nproc)" --timeout 600
+bash scripts/tsan.sh
 bash scripts/fuzz.sh
