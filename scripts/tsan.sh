@@ -18,9 +18,8 @@ cmake --build build-tsan -j "$(nproc)" --target "${programs[@]}"
 export TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1 exitcode=66"
 status=0
 for program in "${programs[@]}"; do
-  path=$(find build-tsan/tests -name "$program" -type f -executable | head -n 1)
   echo "== $program under ThreadSanitizer"
-  if ! "$path" --gtest_filter="-$excluded" --gtest_brief=1 >"build-tsan/$program.log" 2>&1; then
+  if ! "build-tsan/tests/$program" --gtest_filter="-$excluded" --gtest_brief=1 >"build-tsan/$program.log" 2>&1; then
     tail -n 60 "build-tsan/$program.log"
     status=1
   else
