@@ -5,31 +5,6 @@
 #include <algorithm>
 #include <utility>
 
-bool FakeDatagramSocket::Network::WaitUntilIdle(std::chrono::milliseconds timeout)
-{
-    std::unique_lock lock(mutex);
-    return changed.wait_for(lock, timeout,
-                            [this] { return incoming.empty() && !receiveFailurePending && receiverWaiting; });
-}
-
-bool FakeDatagramSocket::Network::WaitUntilClosed(std::chrono::milliseconds timeout)
-{
-    std::unique_lock lock(mutex);
-    return changed.wait_for(lock, timeout, [this] { return !open; });
-}
-
-bool FakeDatagramSocket::Network::WaitUntilHeld(std::chrono::milliseconds timeout)
-{
-    std::unique_lock lock(mutex);
-    return changed.wait_for(lock, timeout, [this] { return holding; });
-}
-
-bool FakeDatagramSocket::Network::WaitUntilInterrupted(std::chrono::milliseconds timeout)
-{
-    std::unique_lock lock(mutex);
-    return changed.wait_for(lock, timeout, [this] { return interruptCount > 0; });
-}
-
 void FakeDatagramSocket::Open(const IPv4Address& listeningAddress, uint16_t port)
 {
     std::lock_guard lock(network.mutex);

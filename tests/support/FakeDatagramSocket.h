@@ -29,6 +29,9 @@ public:
 
     class Network {
     public:
+        using Timeout = std::chrono::milliseconds;
+        static constexpr Timeout DEFAULT_TIMEOUT = std::chrono::seconds(5);
+
         // Queues a datagram for Receive.
         void Deliver(const ByteString& datagram) { Change([&] { incoming.push_back(datagram); }); }
         // Makes the next Receive raise ReceiveError, as a failing socket would.
@@ -41,16 +44,21 @@ public:
         // cleared: a receive thread with a message in hand.
         void HoldTakenDatagrams(bool hold) { Change([&] { holdTaken = hold; }); }
 
-        // True once every delivered datagram has been taken and the receive
-        // thread waits again: all of them have been handled then. False when
-        // that does not happen within `timeout`.
-        bool WaitUntilIdle(std::chrono::milliseconds timeout = std::chrono::seconds(5));
-        // True once no socket is open, false after `timeout`.
-        bool WaitUntilClosed(std::chrono::milliseconds timeout = std::chrono::seconds(5));
-        // True once Receive holds a taken datagram, false after `timeout`.
-        bool WaitUntilHeld(std::chrono::milliseconds timeout = std::chrono::seconds(5));
-        // True once a socket has been interrupted, false after `timeout`.
-        bool WaitUntilInterrupted(std::chrono::milliseconds timeout = std::chrono::seconds(5));
+        // Each is true once its state is reached, false when that does not
+        // happen within `timeout`. Idle: every delivered datagram has been
+        // taken and the receive thread waits again, so all have been handled.
+        // Closed: no socket is open. Held: Receive holds a taken datagram.
+        // Interrupted: a socket has been interrupted.
+        bool WaitUntilIdle(Timeout timeout = DEFAULT_TIMEOUT)
+        {
+            return WaitFor(timeout, [this] { return incoming.empty() && !receiveFailurePending && receiverWaiting; });
+        }
+        bool WaitUntilClosed(Timeout timeout = DEFAULT_TIMEOUT) { return WaitFor(timeout, [this] { return !open; }); }
+        bool WaitUntilHeld(Timeout timeout = DEFAULT_TIMEOUT) { return WaitFor(timeout, [this] { return holding; }); }
+        bool WaitUntilInterrupted(Timeout timeout = DEFAULT_TIMEOUT)
+        {
+            return WaitFor(timeout, [this] { return interruptCount > 0; });
+        }
         // Sent so far, and cleared.
         std::vector<SentDatagram> TakeSent() { return Read([&] { return std::exchange(sent, {}); }); }
 
@@ -61,6 +69,12 @@ public:
 
     private:
         friend class FakeDatagramSocket;
+        template <typename State>
+        bool WaitFor(Timeout timeout, State reached)
+        {
+            std::unique_lock lock(mutex);
+            return changed.wait_for(lock, timeout, reached);
+        }
 
         template <typename Action>
         void Change(Action action)
