@@ -41,10 +41,13 @@ private slots:
         pair.RunInServer("sysctl -q -w net.ipv4.ip_unprivileged_port_start=1024");
         pair.RunInClient("ip addr flush dev " + pair.ClientInterface());
 
-        // A copy without the English catalog beside it speaks Polish.
+        // A copy without the English catalog beside it speaks Polish; the
+        // answerer goes along, so that nobody can read both wherever the
+        // build tree lies.
         QTemporaryDir folder;
         const QString program = folder.filePath("quorvy");
-        QVERIFY(QFile::copy(QUORVY_PROGRAM, program));
+        const QString answerer = folder.filePath("libanswerer.so");
+        QVERIFY(QFile::copy(QUORVY_PROGRAM, program) && QFile::copy(BOX_ANSWERER, answerer));
         QFile::setPermissions(folder.path(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner |
                                                  QFile::ReadOther | QFile::ExeOther);
         QStringList arguments = {"netns", "exec",
@@ -55,7 +58,7 @@ private slots:
         arguments << program;
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert("QT_QPA_PLATFORM", "offscreen");
-        environment.insert("LD_PRELOAD", BOX_ANSWERER);
+        environment.insert("LD_PRELOAD", answerer);
         QProcess process;
         process.setProcessEnvironment(environment);
         process.setWorkingDirectory(QDir::rootPath());
