@@ -78,8 +78,9 @@ int HeadlessRunner::Run()
     try {
         return Serve(closingSignals);
     } catch (const AppException& exception) {
-        Report(ERROR, exception.GetCode());
-        return StatusForCode(exception.GetCode());
+        const int32_t code = exception.GetCode();
+        Report(ERROR, code, code == AppException::NotAdministrator ? "port 67 needs root or CAP_NET_BIND_SERVICE" : "");
+        return StatusForCode(code);
     }
 }
 

@@ -8,19 +8,13 @@
 #include <algorithm>
 #include <filesystem>
 
-namespace {
-
-const std::string PARTLY_LOADED = "quorvy: warning 31: " + AppException::GetMessageForCode(31) + ": ";
-
-} // namespace
-
 class HeadlessTest : public E2EFixture {
 protected:
     void SetUp() override
     {
         E2EFixture::SetUp();
         server.reset(); // the program serves here, not the engine of the fixture
-        // Reachable and writable for the user nobody of the service runs.
+        // Reachable and writable for the user nobody, as whom the unit's limits run it.
         chmod(folder.Path().c_str(), 0711);
         std::filesystem::create_directory(data);
         ASSERT_EQ(chown(data.c_str(), 65534, 65534), 0);
@@ -30,21 +24,19 @@ protected:
     // program must leave them so) and `more` lines at the end.
     std::string Settings(const std::string& preferred, const std::string& more = "") const
     {
-        const std::string serverAddress = pair->ServerAddress().ToString();
         return "PoolStartAddress " + Host(100).ToString() + "\nPoolEndAddress " + Host(150).ToString() +
-               "\nSubnetMask 255.255.255.0\nDefaultGateway " + serverAddress + "\nDNSAddress1 " +
+               "\nSubnetMask 255.255.255.0\nDefaultGateway " + Host(1).ToString() + "\nDNSAddress1 " +
                Host(53).ToString() + "\nDNSAddress2 " + Host(54).ToString() +
                "\nLeaseDuration 600\nAdditionalOption 15 116 97 114 110\nLoggingEnabled True\n" +
                (preferred.empty() ? "" : "PreferredListeningAddress " + preferred + "\n") + more;
     }
 
     // "quorvy --headless --data-dir <data>" in the server namespace, behind `limits`.
-    pid_t StartProgram(const std::vector<std::string>& limits = {}) const
+    pid_t StartProgram(std::vector<std::string> limits = {}) const
     {
-        std::vector<std::string> command = {"ip", "netns", "exec", pair->ServerNamespace()};
-        command.insert(command.end(), limits.begin(), limits.end());
-        command.insert(command.end(), {QUORVY_PROGRAM, "--headless", "--data-dir", data});
-        return Spawn(command, folder.FilePath("stderr"));
+        limits.insert(limits.begin(), {"ip", "netns", "exec", pair->ServerNamespace()});
+        limits.insert(limits.end(), {QUORVY_PROGRAM, "--headless", "--data-dir", data});
+        return Spawn(limits, folder.FilePath("stderr"));
     }
 
     std::string InData(const std::string& name) const { return data + "/" + name; }
@@ -54,12 +46,12 @@ protected:
 
 class HeadlessServingTest : public HeadlessTest, public ::testing::WithParamInterface<bool> {};
 
-// As root, and as the service unit limits it: a user without a home, only
+// As root, and as the service unit limits it: not root, only
 // CAP_NET_BIND_SERVICE (ambient, and the whole bounding set), no new
 // privileges, in a namespace whose ip_unprivileged_port_start is the default.
 TEST_P(HeadlessServingTest, ServesTheGoodLinesAndStopsLikeQuitWithoutWritingSettings)
 {
-    const std::string settings = Settings(pair->ServerAddress().ToString(), "AddressReservation 02:00:00:00:00:01\n");
+    const std::string settings = Settings(Host(1).ToString(), "AddressReservation 02:00:00:00:00:01\n");
     ASSERT_TRUE(WriteText(InData("settings.cfg"), settings));
     const std::vector<std::string> unitLimits = {
         "setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups", "--inh-caps=-all,+net_bind_service",
@@ -69,12 +61,12 @@ TEST_P(HeadlessServingTest, ServesTheGoodLinesAndStopsLikeQuitWithoutWritingSett
     ASSERT_GT(program, 0);
 
     EXPECT_EQ(RunClient(Udhcpc()), Bound(100));
-    EXPECT_EQ(ReadText(folder.FilePath("stderr")), PARTLY_LOADED + InData("settings.cfg") + "\n");
+    EXPECT_EQ(ReadText(folder.FilePath("stderr")),
+              "quorvy: warning 31: " + AppException::GetMessageForCode(31) + ": " + InData("settings.cfg") + "\n");
     EXPECT_EQ(End(program), 0);
-    EXPECT_GT(ReadText(InData("quorvy_leases_" + pair->ServerAddress().ToString() + ".dat")).size(), 0u);
+    EXPECT_GT(ReadText(InData("quorvy_leases_" + Host(1).ToString() + ".dat")).size(), 0u);
     const std::string log = ReadText(InData("log.txt"));
-    EXPECT_NE(log.find("DHCP ACK sent"), std::string::npos) << log;
-    EXPECT_NE(log.rfind("Server stop"), std::string::npos) << log;
+    EXPECT_TRUE(log.find("DHCP ACK sent") != std::string::npos && log.find("Server stop") != std::string::npos) << log;
     EXPECT_EQ(ReadText(InData("settings.cfg")), settings);
 }
 
@@ -82,14 +74,13 @@ INSTANTIATE_TEST_SUITE_P(AsRootAndAsTheUnit, HeadlessServingTest, ::testing::Boo
 
 TEST_F(HeadlessTest, RefusesWhatIsNotConfiguredWithItsStatusServingAndWritingNothing)
 {
-    const std::string serverAddress = pair->ServerAddress().ToString();
     const struct {
         std::optional<std::string> settings;
         int status;
         std::string message;
     } cases[] = {
         {std::nullopt, 78, "quorvy: error 32: File not exists: " + InData("settings.cfg")},
-        {Settings(serverAddress, "PoolEndAddress " + Host(99).ToString() + "\n"), 78, "quorvy: error 30: "},
+        {Settings(Host(1).ToString(), "PoolEndAddress " + Host(99).ToString() + "\n"), 78, "quorvy: error 30: "},
         {Settings(""), 78, "quorvy: error 16: Server settings are not valid: no PreferredListeningAddress"},
         {Settings(Host(99).ToString()), 69,
          "quorvy: error 36: Cannot determine listening network interface name: no interface has " +
@@ -109,8 +100,7 @@ TEST_F(HeadlessTest, RefusesWhatIsNotConfiguredWithItsStatusServingAndWritingNot
         const std::string errors = ReadText(folder.FilePath("stderr"));
         EXPECT_EQ(errors.rfind(entry.message, 0), 0u) << errors;
         EXPECT_EQ(std::count(errors.begin(), errors.end(), '\n'), 1) << errors;
-        const auto files = std::distance(std::filesystem::directory_iterator(data), {});
-        EXPECT_EQ(files, entry.settings ? 1 : 0);
+        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(data), {}), entry.settings ? 1 : 0);
         EXPECT_EQ(ReadText(InData("settings.cfg")), entry.settings.value_or(""));
     }
 }
