@@ -114,9 +114,8 @@ exit 0
         pair->RunInClient("ip link set dev " + pair->ClientInterface() + " address " + mac);
     }
 
-    // Runs `client` in the client namespace until its hook has reported a
-    // lease (20 s at most), and ends it then. The hook's line, or the
-    // client's output when none came.
+    // Runs `client` in the client namespace until its hook has reported a lease
+    // (20 s at most), then ends it. The hook's line, or the client's output.
     std::string RunClient(std::vector<std::string> client) const
     {
         client.insert(client.begin(), {"ip", "netns", "exec", pair->ClientNamespace()});
@@ -138,8 +137,7 @@ exit 0
         return line.value_or("no lease: " + ReadText(folder.FilePath("client.out")));
     }
 
-    // Starts `command` with its standard output and error in `outputPath`;
-    // -1 when it cannot.
+    // Starts `command`, its output and errors to `outputPath`; -1 when it cannot.
     static pid_t Spawn(std::vector<std::string> command, const std::string& outputPath)
     {
         std::vector<char*> argv;
@@ -160,8 +158,7 @@ exit 0
         return pid;
     }
 
-    // The exit status of child `pid` once it has ended within `timeout`
-    // (-1 for an end by a signal); nullopt while it still runs.
+    // Child `pid`'s exit status (-1: a signal) if it ends within `timeout`.
     static std::optional<int> WaitForExit(pid_t pid, std::chrono::milliseconds timeout)
     {
         const auto deadline = std::chrono::steady_clock::now() + timeout;
@@ -175,8 +172,7 @@ exit 0
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
 
-    // Ends child `pid` by its PID: SIGTERM, SIGKILL after 3 s. Its exit
-    // status, or -1 when it had to be killed or ended by a signal.
+    // SIGTERM to child `pid`, SIGKILL after 3 s. Its exit status, or -1.
     static int End(pid_t pid)
     {
         kill(pid, SIGTERM);

@@ -1,11 +1,8 @@
-// The program itself, "quorvy --headless", in the server namespace with a
-// real client in the other: what it serves, what it writes, and how it
-// refuses what is not configured.
+// "quorvy --headless" itself in the server namespace, a real client in the other.
 
 #include "E2EFixture.h"
 #include "foundation/AppException.h"
 
-#include <algorithm>
 #include <filesystem>
 
 class HeadlessTest : public E2EFixture {
@@ -20,8 +17,7 @@ protected:
         ASSERT_EQ(chown(data.c_str(), 65534, 65534), 0);
     }
 
-    // The test's configuration as the file holds it, with LF line ends (the
-    // program must leave them so) and `more` lines at the end.
+    // The fixture's configuration with LF line ends (to be left so) and `more` lines.
     std::string Settings(const std::string& preferred, const std::string& more = "") const
     {
         return "PoolStartAddress " + Host(100).ToString() + "\nPoolEndAddress " + Host(150).ToString() +
@@ -98,8 +94,7 @@ TEST_F(HeadlessTest, RefusesWhatIsNotConfiguredWithItsStatusServingAndWritingNot
         const std::optional<int> status = WaitForExit(program, std::chrono::seconds(10));
         EXPECT_EQ(status ? *status : End(program), entry.status);
         const std::string errors = ReadText(folder.FilePath("stderr"));
-        EXPECT_EQ(errors.rfind(entry.message, 0), 0u) << errors;
-        EXPECT_EQ(std::count(errors.begin(), errors.end(), '\n'), 1) << errors;
+        EXPECT_TRUE(errors.rfind(entry.message, 0) == 0 && errors.find('\n') == errors.size() - 1) << errors;
         EXPECT_EQ(std::distance(std::filesystem::directory_iterator(data), {}), entry.settings ? 1 : 0);
         EXPECT_EQ(ReadText(InData("settings.cfg")), entry.settings.value_or(""));
     }
