@@ -1,5 +1,7 @@
 #include "HeadlessRunner.h"
 
+#include "ServiceNotifier.h"
+
 #include "config/Settings.h"
 #include "engine/DHCPServer.h"
 #include "engine/ServerPlatform.h"
@@ -110,10 +112,12 @@ int HeadlessRunner::Serve(const sigset_t& closingSignals)
         return status;
     }
     server.Start();
+    ServiceNotifier::Ready();
 
     int signalNumber = 0;
     while (sigwait(&closingSignals, &signalNumber) != 0) {
     }
+    ServiceNotifier::Stopping();
     server.Stop();
     return EX_OK;
 }

@@ -3,6 +3,10 @@
 #include "E2EFixture.h"
 #include "foundation/AppException.h"
 
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <cstring>
 #include <filesystem>
 
 class HeadlessTest : public E2EFixture {
@@ -10,11 +14,28 @@ protected:
     void SetUp() override
     {
         E2EFixture::SetUp();
+        if (IsSkipped() || HasFatalFailure()) {
+            return;
+        }
         server.reset(); // the program serves here, not the engine of the fixture
         // Reachable and writable for the user nobody, as whom the unit's limits run it.
         chmod(folder.Path().c_str(), 0711);
         std::filesystem::create_directory(data);
         ASSERT_EQ(chown(data.c_str(), 65534, 65534), 0);
+        // The service manager's end of sd_notify.
+        sockaddr_un address{AF_UNIX, {}};
+        std::strcpy(address.sun_path, folder.FilePath("notify").c_str());
+        ASSERT_EQ(bind(notifySocket, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+        chmod(address.sun_path, 0666);
+    }
+    ~HeadlessTest() override { close(notifySocket); }
+
+    // The next state the program has notified, or "" when none waits.
+    std::string Notified() const
+    {
+        char state[64];
+        const ssize_t length = recv(notifySocket, state, sizeof(state), 0);
+        return length > 0 ? std::string(state, length) : std::string();
     }
 
     // The fixture's configuration with LF line ends (to be left so) and `more` lines.
@@ -30,7 +51,8 @@ protected:
     // "quorvy --headless --data-dir <data>" in the server namespace, behind `limits`.
     pid_t StartProgram(std::vector<std::string> limits = {}) const
     {
-        limits.insert(limits.begin(), {"ip", "netns", "exec", pair->ServerNamespace()});
+        limits.insert(limits.begin(), {"ip", "netns", "exec", pair->ServerNamespace(), "env",
+                                       "NOTIFY_SOCKET=" + folder.FilePath("notify")});
         limits.insert(limits.end(), {QUORVY_PROGRAM, "--headless", "--data-dir", data});
         return Spawn(limits, folder.FilePath("stderr"));
     }
@@ -38,6 +60,7 @@ protected:
     std::string InData(const std::string& name) const { return data + "/" + name; }
 
     const std::string data = folder.FilePath("data");
+    const int notifySocket = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
 };
 
 class HeadlessServingTest : public HeadlessTest, public ::testing::WithParamInterface<bool> {};
@@ -59,7 +82,9 @@ TEST_P(HeadlessServingTest, ServesTheGoodLinesAndStopsLikeQuitWithoutWritingSett
     EXPECT_EQ(RunClient(Udhcpc()), Bound(100));
     EXPECT_EQ(ReadText(folder.FilePath("stderr")),
               "quorvy: warning 31: " + AppException::GetMessageForCode(31) + ": " + InData("settings.cfg") + "\n");
+    EXPECT_EQ(Notified(), "READY=1");
     EXPECT_EQ(End(program), 0);
+    EXPECT_EQ(Notified(), "STOPPING=1");
     EXPECT_GT(ReadText(InData("quorvy_leases_" + Host(1).ToString() + ".dat")).size(), 0u);
     const std::string log = ReadText(InData("log.txt"));
     EXPECT_TRUE(log.find("DHCP ACK sent") != std::string::npos && log.find("Server stop") != std::string::npos) << log;
@@ -93,6 +118,7 @@ TEST_F(HeadlessTest, RefusesWhatIsNotConfiguredWithItsStatusServingAndWritingNot
         ASSERT_GT(program, 0);
         const std::optional<int> status = WaitForExit(program, std::chrono::seconds(10));
         EXPECT_EQ(status ? *status : End(program), entry.status);
+        EXPECT_EQ(Notified(), "");
         const std::string errors = ReadText(folder.FilePath("stderr"));
         EXPECT_TRUE(errors.rfind(entry.message, 0) == 0 && errors.find('\n') == errors.size() - 1) << errors;
         EXPECT_EQ(std::distance(std::filesystem::directory_iterator(data), {}), entry.settings ? 1 : 0);
