@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <system_error>
 
 namespace {
 
@@ -90,7 +91,10 @@ int HeadlessRunner::Serve(const sigset_t& closingSignals)
 {
     ServerPlatform platform = ServerPlatform::Linux();
     if (dataDirectory) {
-        const std::string folder = std::filesystem::absolute(*dataDirectory).lexically_normal().string();
+        // Made absolute while the working directory is still the caller's.
+        std::error_code error;
+        const std::filesystem::path absolute = std::filesystem::absolute(*dataDirectory, error);
+        const std::string folder = error ? *dataDirectory : absolute.lexically_normal().string();
         platform.dataDirectory = folder;
         platform.leasesDirectory = folder;
     } else {
