@@ -14,6 +14,8 @@
 #include "LeasesDialog.h"
 #include "LogBrowserDialog.h"
 
+#include "ClientNumber.h"
+
 #include "allocation/AddressManager.h"
 #include "config/Settings.h"
 #include "engine/TransactionManager.h"
@@ -49,13 +51,6 @@ public:
 private:
     mutable std::atomic<int64_t> now{1'700'000'000};
 };
-
-HardwareAddress ClientNumber(uint32_t number)
-{
-    const uint8_t bytes[6] = {0x02, 0x20, static_cast<uint8_t>(number >> 24), static_cast<uint8_t>(number >> 16),
-                              static_cast<uint8_t>(number >> 8), static_cast<uint8_t>(number)};
-    return HardwareAddress(bytes, 6, HardwareAddress::Ethernet10Mb);
-}
 
 // The state a server keeps, wired as the program wires it, without a socket.
 struct ServerState {

@@ -13,6 +13,8 @@ packages=(
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   iproute2 procps busybox isc-dhcp-client dhcpcd5 kea-admin nftables tcpdump util-linux
   xvfb xauth
+  # trying the windows by hand under Xvfb: input, window dumps to PNG
+  xdotool x11-apps netpbm
 )
 
 missing=()
