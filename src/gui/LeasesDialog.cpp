@@ -61,13 +61,15 @@ void LeasesDialog::TimerTimeout()
 
 void LeasesDialog::FitColumns()
 {
+    // Wide enough for every address of the longest shape shown, without a
+    // text made for each row.
     QTableView* table = ui->tableView;
-    table->setColumnWidth(0, CellMetrics::ShapeColumnWidth(table, 0, model->LongestHardwareAddressText(),
-                                                           CellMetrics::HEX_DIGITS) +
-                                 COLUMN_PADDING);
-    table->setColumnWidth(1, CellMetrics::ShapeColumnWidth(table, 1, model->LongestIPAddressText(),
-                                                           CellMetrics::DECIMAL_DIGITS) +
-                                 COLUMN_PADDING);
+    const int hardwareAddressWidth =
+        CellMetrics::ShapeColumnWidth(table, 0, model->LongestHardwareAddressText(), CellMetrics::HEX_DIGITS);
+    const int ipAddressWidth =
+        CellMetrics::ShapeColumnWidth(table, 1, model->LongestIPAddressText(), CellMetrics::DECIMAL_DIGITS);
+    table->setColumnWidth(0, hardwareAddressWidth + COLUMN_PADDING);
+    table->setColumnWidth(1, ipAddressWidth + COLUMN_PADDING);
     // The last column takes what is left of the fixed width. Its stretch
     // would otherwise keep the width it was last given, which can push the
     // table a few pixels past the dialog and bring up a scroll bar.
