@@ -1,4 +1,5 @@
 #include "CommandLine.h"
+#include "HeadlessRunner.h"
 #include "MainWindow.h"
 #include "SignalCloser.h"
 
@@ -10,6 +11,11 @@
 
 int main(int argc, char* argv[])
 {
+    if (const CommandLine commandLine(argc, argv); commandLine.IsHeadlessRequested()) {
+        // Before any QApplication: this run needs no display.
+        return HeadlessRunner(commandLine.GetDataDirectory()).Run();
+    }
+
     QApplication application(argc, argv);
 
     // The catalog beside the program decides the language: English when it
