@@ -20,6 +20,16 @@ bool CommandLine::IsStartRequested() const
     return Tools::ParameterExists(argumentCount, arguments, "-s");
 }
 
+bool CommandLine::IsHelpRequested() const
+{
+    return Tools::ParameterExists(argumentCount, arguments, "--help");
+}
+
+bool CommandLine::IsVersionRequested() const
+{
+    return Tools::ParameterExists(argumentCount, arguments, "--version");
+}
+
 void CommandLine::ApplyTo(MainWindow& window) const
 {
     if (IsMinimizeRequested()) {

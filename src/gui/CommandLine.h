@@ -2,8 +2,8 @@
 
 class MainWindow;
 
-// The two switches of the command line. Neither takes a value; anything else
-// on the command line is ignored without a word.
+// The switches of the command line. None takes a value; anything else on the
+// command line is ignored without a word.
 class CommandLine {
 public:
     // `arguments` must outlive this object; index 0, the program, is looked at too.
@@ -13,6 +13,10 @@ public:
     bool IsMinimizeRequested() const;
     // "-s": start the server as the start button would.
     bool IsStartRequested() const;
+
+    // "--help" and "--version": print and exit, before any window exists.
+    bool IsHelpRequested() const;
+    bool IsVersionRequested() const;
 
     // Minimises first and starts second, so that a box of a failing start
     // comes up over the window already minimised or in the tray.

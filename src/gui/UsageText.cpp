@@ -1,0 +1,153 @@
+#include "UsageText.h"
+
+#include "engine/DHCPServer.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <sstream>
+#include <vector>
+
+namespace {
+
+constexpr std::size_t LINE_WIDTH = 79;
+constexpr std::size_t OPTION_INDENT = 2;
+
+struct OptionRow {
+    const char* switches;
+    const char* description;
+};
+
+// One row per switch, in the order of the synopsis. A new switch is one more
+// row; the column of the descriptions follows the longest switch.
+const std::vector<OptionRow>& OptionRows()
+{
+    static const std::vector<OptionRow> rows = {
+        {"-m", "start minimised: into the system tray when \"Minimize to system tray\" "
+               "(\"Minimalizuj do tacki systemowej\") is ticked and the desktop has a tray, "
+               "else onto the task bar"},
+        {"-s", "start the server at once, as the start button does"},
+        {"--help", "print this text and exit"},
+        {"--version", "print the name and version and exit"},
+    };
+    return rows;
+}
+
+// Paragraphs under a heading, each wrapped to the line width and indented.
+// help2man makes the sections before "Options:" subsections of the manual
+// page's description, and "Files:" its FILES section.
+struct Section {
+    const char* heading;
+    std::vector<const char*> paragraphs;
+};
+
+const std::vector<Section>& SectionsBeforeOptions()
+{
+    static const std::vector<Section> sections = {
+        {"Privileges",
+         {"The server listens on UDP port 67. Binding it needs root or the capability "
+          "cap_net_bind_service on the program file (setcap cap_net_bind_service=+ep), "
+          "unless net.ipv4.ip_unprivileged_port_start of the network namespace is 67 or "
+          "lower. Without it the program says that it must be run by root and ends.",
+          "The Debian package grants the capability and lets only members of the group "
+          "tarnvel-dhcp run /usr/bin/quorvy. Join it with \"sudo usermod -aG tarnvel-dhcp "
+          "USER\" and log in again."}},
+        {"Signals",
+         {"SIGTERM, SIGINT and SIGHUP close the program as Quit does: the server stops, "
+          "and the settings, the leases and the last log lines are saved."}},
+    };
+    return sections;
+}
+
+const std::vector<Section>& SectionsAfterOptions()
+{
+    static const std::vector<Section> sections = {
+        {"Files",
+         {"settings.cfg and the default log.txt live in the data folder: the current "
+          "directory, unless that is /, a folder under /usr or /opt, or the home folder "
+          "itself (as when the application menu starts the program); then the folder "
+          "\"Tarnvel/DHCP Server\" in $XDG_DATA_HOME, by default ~/.local/share.",
+          "The lease files, one for each listening address, go to $TEMP when it is set, "
+          "else to $XDG_STATE_HOME/quorvy, by default ~/.local/state/quorvy.",
+          "The window speaks English when the catalog quorvy_en.qm lies beside the program "
+          "or in ../share/tarnvel-dhcp-server/ next to the program's folder (the package "
+          "installs /usr/share/tarnvel-dhcp-server/quorvy_en.qm), and Polish without it."}},
+    };
+    return sections;
+}
+
+// Words of `text` in lines of at most LINE_WIDTH columns; the first line
+// continues after `firstPrefix`, the others start with `indent` spaces. A
+// word longer than a line gets a line of its own.
+void WriteWrapped(std::ostream& out, const std::string& firstPrefix, std::size_t indent,
+                  const std::string& text)
+{
+    std::istringstream words(text);
+    std::string line = firstPrefix;
+    std::size_t wordsOnLine = 0;
+    std::string word;
+    while (words >> word) {
+        if (wordsOnLine > 0 && line.size() + 1 + word.size() > LINE_WIDTH) {
+            out << line << '\n';
+            line.assign(indent, ' ');
+            wordsOnLine = 0;
+        }
+        if (wordsOnLine > 0) {
+            line += ' ';
+        }
+        line += word;
+        ++wordsOnLine;
+    }
+    out << line << '\n';
+}
+
+void WriteOptions(std::ostream& out)
+{
+    std::size_t widest = 0;
+    for (const auto& row : OptionRows()) {
+        widest = std::max(widest, std::string(row.switches).size());
+    }
+    const std::size_t column = OPTION_INDENT + widest + 2;
+    out << "\nOptions:\n";
+    for (const auto& row : OptionRows()) {
+        std::string prefix(OPTION_INDENT, ' ');
+        prefix += row.switches;
+        prefix.resize(column, ' ');
+        WriteWrapped(out, prefix, column, row.description);
+    }
+    out << "Any other argument is ignored. Switches count in any order and in capitals.\n";
+}
+
+void WriteSections(std::ostream& out, const std::vector<Section>& sections)
+{
+    for (const auto& section : sections) {
+        out << '\n' << section.heading << ":\n";
+        const char* separator = "";
+        for (const char* paragraph : section.paragraphs) {
+            out << separator;
+            WriteWrapped(out, std::string(OPTION_INDENT, ' '), OPTION_INDENT, paragraph);
+            separator = "\n";
+        }
+    }
+}
+
+} // namespace
+
+std::string UsageText::Help()
+{
+    std::ostringstream out;
+    out << "Usage: quorvy [-m] [-s]\n"
+        << "  or:  quorvy --help | --version\n";
+    WriteWrapped(out, "", 0,
+                 "Tarnvel DHCP Server: hands out IPv4 addresses on the local network from one "
+                 "pool, with mask, gateway, DNS servers and lease time, configured and watched "
+                 "in a desktop window.");
+    WriteSections(out, SectionsBeforeOptions());
+    WriteOptions(out);
+    WriteSections(out, SectionsAfterOptions());
+    return out.str();
+}
+
+std::string UsageText::Version()
+{
+    return "quorvy (Tarnvel DHCP Server) " + DHCPServer::GetVersion() + "\n";
+}
