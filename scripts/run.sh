@@ -92,6 +92,7 @@ grant_capability() {
 # session bus, which the tray icon needs.
 start_window_as() {
   local user=$1 uid home runtime
+  shift
   uid=$(id -u "$user")
   home=$(getent passwd "$user" | cut -d: -f6)
   runtime=/run/user/$uid
