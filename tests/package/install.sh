@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The Debian package on this machine, from install to purge:
 #   apt-get install ./tarnvel-dhcp-server_<version>_<arch>.deb
-#   postinst: the group, root:tarnvel-dhcp 0754 and cap_net_bind_service
+#   postinst: the group, root:tarnvel-dhcp 0754 and cap_net_bind_service;
+#   run again with a failing setcap, it warns and succeeds
 #   a member of the group runs the installed /usr/bin/quorvy -m -s from its
 #   home folder in a network namespace whose privileged-port limit is left at
 #   its default, serves busybox udhcpc, stops on SIGTERM; settings, lease file
@@ -60,6 +61,15 @@ capabilities=$(getcap /usr/bin/quorvy)
 [[ "$capabilities" == *"cap_net_bind_service=ep" ]] || fail "capabilities: '$capabilities'"
 gid=$(getent group tarnvel-dhcp | cut -d: -f3) || fail "no group tarnvel-dhcp"
 [ "$gid" -lt 1000 ] || fail "tarnvel-dhcp is not a system group (gid $gid)"
+
+# A file system without extended attributes: setcap fails, postinst warns and succeeds.
+mkdir "$work/nosetcap"
+printf '#!/bin/sh\nexit 1\n' > "$work/nosetcap/setcap"
+chmod +x "$work/nosetcap/setcap"
+PATH="$work/nosetcap:$PATH" sh "/var/lib/dpkg/info/$package.postinst" configure > "$work/nosetcap.out" 2>&1 ||
+  { cat "$work/nosetcap.out" >&2; fail "postinst failed with a failing setcap"; }
+grep -q "WARNING: could not give /usr/bin/quorvy the capability" "$work/nosetcap.out" ||
+  fail "no warning for the failed setcap: $(cat "$work/nosetcap.out")"
 
 useradd -m -s /bin/sh -G tarnvel-dhcp "$member"
 useradd -m -s /bin/sh "$outsider"
