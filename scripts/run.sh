@@ -21,6 +21,8 @@
 # Arguments are passed on to the program. TARNVEL_BUILD_DIR names another build folder.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+# getcap and setcap live in /usr/sbin, outside a normal user's PATH on Debian.
+PATH=$PATH:/usr/sbin:/sbin
 build=${TARNVEL_BUILD_DIR:-build}
 program=$(realpath -m "$build/src/gui/quorvy")
 
