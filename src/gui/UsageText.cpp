@@ -12,6 +12,13 @@ namespace {
 constexpr std::size_t LINE_WIDTH = 79;
 constexpr std::size_t OPTION_INDENT = 2;
 
+// The ways to call the program, one synopsis line each.
+const std::vector<const char*>& Synopses()
+{
+    static const std::vector<const char*> synopses = {"[-m] [-s]", "--help | --version"};
+    return synopses;
+}
+
 struct OptionRow {
     const char* switches;
     const char* description;
@@ -135,8 +142,11 @@ void WriteSections(std::ostream& out, const std::vector<Section>& sections)
 std::string UsageText::Help()
 {
     std::ostringstream out;
-    out << "Usage: quorvy [-m] [-s]\n"
-        << "  or:  quorvy --help | --version\n";
+    const char* lead = "Usage: ";
+    for (const char* synopsis : Synopses()) {
+        out << lead << "quorvy " << synopsis << '\n';
+        lead = "  or:  ";
+    }
     WriteWrapped(out, "", 0,
                  "Tarnvel DHCP Server: hands out IPv4 addresses on the local network from one "
                  "pool, with mask, gateway, DNS servers and lease time, configured and watched "
