@@ -3,7 +3,8 @@
 # Its version is the project's; its library dependencies come from
 # dpkg-shlibdeps. postinst makes the group tarnvel-dhcp, gives /usr/bin/quorvy
 # to root:tarnvel-dhcp with mode 0754 and grants cap_net_bind_service; postrm
-# takes the group and the override away on purge.
+# takes the group and the override away on purge. The service unit of
+# quorvy --headless is shipped but not enabled (deb-systemd-helper).
 
 include(GNUInstallDirs)
 set(TARNVEL_PACKAGE_NAME tarnvel-dhcp-server)
@@ -57,6 +58,7 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS libcap2-bin)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
   ${TARNVEL_PACKAGING_DIR}/debian/postinst
+  ${TARNVEL_PACKAGING_DIR}/debian/prerm
   ${TARNVEL_PACKAGING_DIR}/debian/postrm)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION TRUE)
 include(CPack)

@@ -17,6 +17,7 @@ packages=(
   # tests and benchmarks
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   iproute2 procps busybox isc-dhcp-client dhcpcd5 kea-admin nftables tcpdump util-linux
+  systemd
   xvfb xauth sudo
 )
 

@@ -15,7 +15,8 @@ constexpr std::size_t OPTION_INDENT = 2;
 // The ways to call the program, one synopsis line each.
 const std::vector<const char*>& Synopses()
 {
-    static const std::vector<const char*> synopses = {"[-m] [-s]", "--help | --version"};
+    static const std::vector<const char*> synopses = {
+        "[-m] [-s]", "--headless [--data-dir DIR]", "--help | --version"};
     return synopses;
 }
 
@@ -33,6 +34,12 @@ const std::vector<OptionRow>& OptionRows()
                "(\"Minimalizuj do tacki systemowej\") is ticked and the desktop has a tray, "
                "else onto the task bar"},
         {"-s", "start the server at once, as the start button does"},
+        {"--headless", "serve without a window and without a display: settings.cfg must "
+                       "exist and name a pool, a mask and PreferredListeningAddress; it is "
+                       "only read. Messages go to standard error, one line each; SIGTERM, "
+                       "SIGINT and SIGHUP stop the server"},
+        {"--data-dir DIR", "with --headless: the folder of settings.cfg, the default log.txt "
+                           "and the lease files (without it, the window's folders below)"},
         {"--help", "print this text and exit"},
         {"--version", "print the name and version and exit"},
     };
@@ -57,10 +64,19 @@ const std::vector<Section>& SectionsBeforeOptions()
           "lower. Without it the program says that it must be run by root and ends.",
           "The Debian package grants the capability and lets only members of the group "
           "tarnvel-dhcp run /usr/bin/quorvy. Join it with \"sudo usermod -aG tarnvel-dhcp "
-          "USER\" and log in again."}},
+          "USER\" and log in again. Its service quorvy.service, not enabled on "
+          "installation, runs \"quorvy --headless --data-dir /var/lib/tarnvel-dhcp\" with "
+          "that group and the capability alone."}},
+        {"Exit status",
+         {"0 when the program was closed or stopped by a signal; 1 when the window could not "
+          "start. With --headless: 78 for missing, unreadable or invalid settings or no "
+          "PreferredListeningAddress, 69 when that address is on no interface or port 67 "
+          "is taken, 77 without the privilege for port 67, 64 for --data-dir without a "
+          "folder."}},
         {"Signals",
          {"SIGTERM, SIGINT and SIGHUP close the program as Quit does: the server stops, "
-          "and the settings, the leases and the last log lines are saved."}},
+          "and the settings, the leases and the last log lines are saved (with --headless, "
+          "settings.cfg is left as it is)."}},
     };
     return sections;
 }
@@ -150,7 +166,7 @@ std::string UsageText::Help()
     WriteWrapped(out, "", 0,
                  "Tarnvel DHCP Server: hands out IPv4 addresses on the local network from one "
                  "pool, with mask, gateway, DNS servers and lease time, configured and watched "
-                 "in a desktop window.");
+                 "in a desktop window, or without one as a service.");
     WriteSections(out, SectionsBeforeOptions());
     WriteOptions(out);
     WriteSections(out, SectionsAfterOptions());

@@ -1,4 +1,5 @@
 #include "CommandLine.h"
+#include "HeadlessRunner.h"
 #include "MainWindow.h"
 #include "SignalCloser.h"
 #include "UsageText.h"
@@ -47,8 +48,13 @@ bool PrintRequestedText(const CommandLine& commandLine)
 
 int main(int argc, char* argv[])
 {
-    if (PrintRequestedText(CommandLine(argc, argv))) {
+    const CommandLine commandLine(argc, argv);
+    if (PrintRequestedText(commandLine)) {
         return std::fflush(stdout) == 0 ? 0 : 1;
+    }
+    if (commandLine.IsHeadlessRequested()) {
+        // Before any QApplication: this run needs no display.
+        return HeadlessRunner(commandLine.GetDataDirectory()).Run();
     }
 
     QApplication application(argc, argv);

@@ -8,7 +8,9 @@
 #   its default, serves busybox udhcpc, stops on SIGTERM; settings, lease file
 #   and log are in that user's folders
 #   a user outside the group cannot run it
-#   apt-get purge: no file the package listed is left, nor the group
+#   the service unit is there, naming /usr/bin/quorvy, and not enabled
+#   apt-get purge: no file the package listed is left, nor the group, nor a
+#   record of the service
 # The package, the test users and the namespaces go also when a step fails.
 # Needs root (77 without). Usage: install.sh BUILD_DIR VERSION
 set -euo pipefail
@@ -50,11 +52,17 @@ apt-get install -y -q -o DPkg::Lock::Timeout=300 "$deb" > "$work/install.out" 2>
   { cat "$work/install.out" >&2; fail "apt-get install"; }
 grep -q "sudo usermod -aG tarnvel-dhcp USER" "$work/install.out" || fail "postinst did not say how to join the group"
 dpkg -L "$package" > "$work/listed"
+unit=/usr/lib/systemd/system/quorvy.service
 for path in /usr/bin/quorvy /usr/share/tarnvel-dhcp-server/quorvy_en.qm /usr/share/applications/quorvy.desktop \
             /usr/share/metainfo/org.tarnvel.quorvy.metainfo.xml /usr/share/icons/hicolor/48x48/apps/quorvy.png \
-            /usr/share/man/man1/quorvy.1.gz /usr/share/doc/$package/copyright; do
+            /usr/share/man/man1/quorvy.1.gz /usr/share/doc/$package/copyright $unit; do
   grep -qx "$path" "$work/listed" || fail "the package lacks $path"
 done
+grep -qx "ExecStart=/usr/bin/quorvy --headless --data-dir /var/lib/tarnvel-dhcp" "$unit" ||
+  fail "the unit does not start the installed program: $(grep ExecStart "$unit")"
+# Shipped, not enabled.
+services=/etc/systemd/system
+! ls $services/*.wants/quorvy.service > /dev/null 2>&1 || fail "the service was enabled on installation"
 [ "$(stat -c '%U:%G %a' /usr/bin/quorvy)" = "root:tarnvel-dhcp 754" ] ||
   fail "/usr/bin/quorvy is $(stat -c '%U:%G %a' /usr/bin/quorvy)"
 capabilities=$(getcap /usr/bin/quorvy)
@@ -132,5 +140,7 @@ while read -r path; do
   fi
 done < "$work/listed"
 ! getent group tarnvel-dhcp >/dev/null || fail "the group tarnvel-dhcp is left"
+! ls $services/quorvy.service /var/lib/systemd/deb-systemd-helper-*/*quorvy* > /dev/null 2>&1 ||
+  fail "records of the service are left: $(ls $services/quorvy.service /var/lib/systemd/deb-systemd-helper-*/*quorvy* 2>/dev/null)"
 ! dpkg-statoverride --list /usr/bin/quorvy >/dev/null || fail "the owner override of /usr/bin/quorvy is left"
 echo "installed, served as a group member, refused to an outsider, purged without a trace"

@@ -38,9 +38,18 @@ AddressManager::AddressManager(Settings* settings, TransactionManager* transacti
 
 AddressManager::~AddressManager()
 {
-    // A run that never learned a listening address writes nothing.
+    // A run that never learned a listening address writes nothing, and so
+    // does one whose table is still what its file held, or that never held a
+    // row: a server that never started leaves no file behind.
     if (settings->GetPreferredListeningAddress().IsZero()) {
         return;
+    }
+    {
+        const std::lock_guard lock(leasesMutex);
+        const uint64_t fileVersion = syncedFile.path == leasesFilePath ? syncedFile.tableVersion : 0;
+        if (leases.GetVersion() == fileVersion) {
+            return;
+        }
     }
     try {
         SaveLeases();
