@@ -96,7 +96,6 @@ mkdir -p "$data" "$work/runtime"
 sandbox_settings "$data/settings.cfg"
 chown -R "$member": "$home/.local" "$work/runtime"
 chmod 700 "$work/runtime"
-settings_inode=$(stat -c %i "$data/settings.cfg")
 (
   cd "$home"
   exec ip netns exec "$SANDBOX_SERVER_NS" setpriv --reuid="$member" --regid="$member" --init-groups \
@@ -117,9 +116,9 @@ wait "$pid" || status=$?
 pid=
 [ "$status" -eq 0 ] || { cat "$work/program.out" >&2; fail "quorvy ended with status $status after SIGTERM"; }
 
-# The program saved the settings again (a new file renamed over the old one),
-# appended its log and wrote the lease file, all as the member.
-[ "$(stat -c %i "$data/settings.cfg")" != "$settings_inode" ] || fail "settings.cfg was not saved again"
+# The program saved the settings again (with the keys that the test's file
+# left out), appended its log and wrote the lease file, all as the member.
+grep -q "^MinimizeToSystemTray " "$data/settings.cfg" || fail "settings.cfg was not saved again"
 leases=$home/.local/state/quorvy/quorvy_leases_10.214.0.1.dat
 for file in "$data/settings.cfg" "$data/log.txt" "$leases"; do
   [ -s "$file" ] || fail "missing or empty: $file"
