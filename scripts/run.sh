@@ -28,8 +28,8 @@ program=$(realpath -m "$build/src/gui/quorvy")
 
 has_display() { [ -n "${DISPLAY:-}" ] || [ -n "${WAYLAND_DISPLAY:-}" ]; }
 is_root() { [ "$(id -u)" -eq 0 ]; }
-# The user who called sudo, when there is one that is not root.
-caller() { [ -n "${SUDO_USER:-}" ] && [ "$SUDO_USER" != root ] && echo "$SUDO_USER"; }
+# The user who called sudo, when this runs as root for one that is not root.
+caller() { is_root && [ -n "${SUDO_USER:-}" ] && [ "$SUDO_USER" != root ] && echo "$SUDO_USER"; }
 
 need_sudo() {
   command -v sudo >/dev/null && return 0

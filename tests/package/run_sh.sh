@@ -35,7 +35,9 @@ cleanup() {
 }
 trap cleanup EXIT
 
-command=(env -u DISPLAY -u WAYLAND_DISPLAY TARNVEL_BUILD_DIR="$build" bash "$source_tree/scripts/run.sh")
+# Without SUDO_USER even where the test command itself runs under sudo: root
+# here is root without a caller.
+command=(env -u DISPLAY -u WAYLAND_DISPLAY -u SUDO_USER TARNVEL_BUILD_DIR="$build" bash "$source_tree/scripts/run.sh")
 if [ "$mode" = sudo ]; then
   useradd -m -s /bin/bash "$user"
   runuser -u "$user" -- test -r "$source_tree/scripts/run.sh" ||
