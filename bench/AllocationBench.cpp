@@ -12,6 +12,8 @@
 //   of them expired (by the clock, long ago), live and expired rows taking
 //   turns in the table.
 // At the end the 60,000/1,000 ratio of each shape is printed.
+#include "ClientNumber.h"
+
 #include "allocation/AddressManager.h"
 #include "config/Settings.h"
 #include "engine/TransactionManager.h"
@@ -48,13 +50,6 @@ public:
     int64_t Now() const override { return now; }
     int64_t now = START_TIME;
 };
-
-HardwareAddress ClientNumber(uint32_t number)
-{
-    const uint8_t bytes[6] = {0x02, 0x10, static_cast<uint8_t>(number >> 24), static_cast<uint8_t>(number >> 16),
-                              static_cast<uint8_t>(number >> 8), static_cast<uint8_t>(number)};
-    return HardwareAddress(bytes, 6, HardwareAddress::Ethernet10Mb);
-}
 
 IPv4Address PoolAddress(uint32_t offset)
 {

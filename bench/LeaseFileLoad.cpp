@@ -8,6 +8,8 @@
 // <listening-address> in $TEMP, then sets that address on a fresh server state
 // <runs> times and times each load. The file stays, so the program itself can
 // be started on it afterwards.
+#include "ClientNumber.h"
+
 #include "allocation/AddressManager.h"
 #include "config/Settings.h"
 #include "engine/TransactionManager.h"
@@ -27,13 +29,6 @@ namespace {
 
 constexpr int32_t LEASE_DURATION = 3600; // seconds: every lease is still live while timed
 constexpr uint8_t MASK_LENGTH = 16;
-
-HardwareAddress ClientNumber(uint32_t number)
-{
-    const uint8_t bytes[6] = {0x02, 0x20, static_cast<uint8_t>(number >> 24), static_cast<uint8_t>(number >> 16),
-                              static_cast<uint8_t>(number >> 8), static_cast<uint8_t>(number)};
-    return HardwareAddress(bytes, 6, HardwareAddress::Ethernet10Mb);
-}
 
 // The allocation state of one server, wired as the program wires it.
 struct ServerState {

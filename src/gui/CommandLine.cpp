@@ -35,6 +35,16 @@ std::optional<std::string> CommandLine::GetDataDirectory() const
     return std::nullopt;
 }
 
+bool CommandLine::IsHelpRequested() const
+{
+    return Tools::ParameterExists(argumentCount, arguments, "--help");
+}
+
+bool CommandLine::IsVersionRequested() const
+{
+    return Tools::ParameterExists(argumentCount, arguments, "--version");
+}
+
 void CommandLine::ApplyTo(MainWindow& window) const
 {
     if (IsMinimizeRequested()) {

@@ -1,14 +1,21 @@
 #include "LeasesDialog.h"
 
-#include "TableCells.h"
+#include "CellMetrics.h"
+#include "LeaseTableModel.h"
 
 #include "ui_LeasesDialog.h"
 
 #include "allocation/AddressManager.h"
 
 #include <QHeaderView>
-#include <QTableWidgetItem>
 #include <QTimer>
+
+namespace {
+
+// Room beside the widest text of the address columns, px.
+constexpr int COLUMN_PADDING = 20;
+
+} // namespace
 
 LeasesDialog::LeasesDialog(AddressManager* addressManager, QWidget* parent)
     : QDialog(parent)
@@ -22,9 +29,10 @@ LeasesDialog::LeasesDialog(AddressManager* addressManager, QWidget* parent)
     connect(refreshTimer, &QTimer::timeout, this, &LeasesDialog::TimerTimeout);
     refreshTimer->start(refreshPeriod);
 
-    ui->tableWidget->setHorizontalHeaderLabels({tr("Adres MAC"), tr("Adres IP"), tr("Pozostały czas [s]")});
-    ui->tableWidget->horizontalHeader()->setSectionResizeMode(QHeaderView::Fixed);
-    ui->tableWidget->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
+    model = new LeaseTableModel({tr("Adres MAC"), tr("Adres IP"), tr("Pozostały czas [s]")}, remainingTimeStep, this);
+    ui->tableView->setModel(model);
+    ui->tableView->horizontalHeader()->setSectionResizeMode(QHeaderView::Fixed);
+    ui->tableView->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
 
     TimerTimeout();
 }
@@ -37,37 +45,34 @@ LeasesDialog::~LeasesDialog()
 
 void LeasesDialog::TimerTimeout()
 {
-    // Stopped while the table is rebuilt, so ticks cannot pile up behind a slow refresh.
+    // Stopped while the table is refreshed, so ticks cannot pile up behind a slow refresh.
     refreshTimer->stop();
 
-    QTableWidget* table = ui->tableWidget;
-    while (table->rowCount() > 0) {
-        table->removeRow(0);
-    }
     // One copy taken under the table's lock: count and rows agree even while
-    // the receive thread grants leases.
-    const std::vector<Lease> leases = addressManager->GetLeases();
+    // the receive thread grants leases. The model keeps it.
+    std::vector<Lease> leases = addressManager->GetLeases();
     const int64_t now = addressManager->Now();
-    for (const Lease& lease : leases) {
-        if (lease.IsExpired(now)) {
-            continue;
-        }
-        const int64_t step = remainingTimeStep;
-        const int64_t shownRemainingTime = lease.GetRemainingTime(now) / step * step;
-        const int row = table->rowCount();
-        table->insertRow(row);
-        table->setItem(row, 0, TableCells::Make(lease.GetHardwareAddress().ToCString()));
-        table->setItem(row, 1, TableCells::Make(lease.GetIPAddress().ToString()));
-        table->setItem(row, 2, TableCells::Make(QString::number(shownRemainingTime)));
-    }
-    table->resizeColumnsToContents();
-    table->setColumnWidth(0, table->columnWidth(0) + 20);
-    table->setColumnWidth(1, table->columnWidth(1) + 20);
+    std::erase_if(leases, [now](const Lease& lease) { return lease.IsExpired(now); });
+    model->ShowLeases(std::move(leases), now);
+    FitColumns();
+
+    refreshTimer->start();
+}
+
+void LeasesDialog::FitColumns()
+{
+    // Wide enough for every address of the longest shape shown, without a
+    // text made for each row.
+    QTableView* table = ui->tableView;
+    const int hardwareAddressWidth =
+        CellMetrics::ShapeColumnWidth(table, 0, model->LongestHardwareAddressText(), CellMetrics::HEX_DIGITS);
+    const int ipAddressWidth =
+        CellMetrics::ShapeColumnWidth(table, 1, model->LongestIPAddressText(), CellMetrics::DECIMAL_DIGITS);
+    table->setColumnWidth(0, hardwareAddressWidth + COLUMN_PADDING);
+    table->setColumnWidth(1, ipAddressWidth + COLUMN_PADDING);
     // The last column takes what is left of the fixed width. Its stretch
     // would otherwise keep the width it was last given, which can push the
     // table a few pixels past the dialog and bring up a scroll bar.
     QHeaderView* header = table->horizontalHeader();
     header->resizeSection(header->count() - 1, header->minimumSectionSize());
-
-    refreshTimer->start();
 }

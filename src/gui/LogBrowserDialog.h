@@ -1,10 +1,14 @@
 #pragma once
 
+#include "log/EventType.h"
+
 #include <QDialog>
 
+#include <bitset>
 #include <memory>
 
 class LogManager;
+class LogTableModel;
 class QCloseEvent;
 class QTimer;
 
@@ -14,6 +18,10 @@ class LogBrowserDialog;
 
 // The server's log as a table that grows every second. A free window that the
 // main window makes once and keeps; closing it only hides it.
+//
+// A refresh costs what is new, however long the log: the rows read the log's
+// own items (LogTableModel), all rows have one fixed height that fits
+// two-line details, and a column is widened only when a new row needs it.
 class LogBrowserDialog : public QDialog {
     Q_OBJECT
 
@@ -28,10 +36,16 @@ private slots:
     void TimerTimeout();
 
 private:
+    // Widens `column` to `width` and its padding, unless it is wider already.
+    void FitColumn(int column, int width);
+    void FitNewRows(int firstNewRow);
+
     std::unique_ptr<Ui::LogBrowserDialog> ui;
     LogManager* logManager;
+    LogTableModel* model = nullptr; // child of the dialog
     QTimer* refreshTimer = nullptr;
     const int refreshPeriod = 1000; // ms
-    // Index in the log of the last row in the table; -1: nothing shown yet.
-    int lastShownIndex = -1;
+    // The event kinds whose titles column 1 fits already; the last bit stands
+    // for every unknown kind.
+    std::bitset<EVENT_TYPE_COUNT + 1> fittedEventKinds;
 };

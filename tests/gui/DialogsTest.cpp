@@ -17,6 +17,7 @@
 #include "wire/RawOption.h"
 
 #include <QCheckBox>
+#include <QTableView>
 #include <QTableWidget>
 #include <QtTest>
 
@@ -45,18 +46,59 @@ QStringList Row(QWidget* dialog, int row)
     return {Table(dialog)->item(row, 0)->text(), Table(dialog)->item(row, 1)->text()};
 }
 
+// The table of a live view, and what it shows.
+QTableView* View(QWidget* dialog)
+{
+    return dialog->findChild<QTableView*>("tableView");
+}
+
+int RowCount(QWidget* dialog)
+{
+    return View(dialog)->model()->rowCount();
+}
+
+QString Text(QWidget* dialog, int row, int column)
+{
+    return View(dialog)->model()->index(row, column).data().toString();
+}
+
 QStringList Column(QWidget* dialog, int column)
 {
     QStringList texts;
-    for (int row = 0; row < Table(dialog)->rowCount(); ++row) {
-        texts << Table(dialog)->item(row, column)->text();
+    for (int row = 0; row < RowCount(dialog); ++row) {
+        texts << Text(dialog, row, column);
     }
     return texts;
+}
+
+// Counts every change that a model announces to its view.
+struct ModelChanges {
+    explicit ModelChanges(QAbstractItemModel* model)
+    {
+        const auto count = [this] { ++others; };
+        QObject::connect(model, &QAbstractItemModel::dataChanged, model, count);
+        QObject::connect(model, &QAbstractItemModel::rowsRemoved, model, count);
+        QObject::connect(model, &QAbstractItemModel::modelReset, model, count);
+        QObject::connect(model, &QAbstractItemModel::layoutChanged, model, count);
+        QObject::connect(model, &QAbstractItemModel::rowsInserted, model,
+                         [this](const QModelIndex&, int first, int last) { inserted << first << last; });
+    }
+    QList<int> inserted; // first and last row of each insertion
+    int others = 0;
+};
+
+HardwareAddress Client(int number)
+{
+    const uint8_t bytes[6] = {0x02, 0, 0, static_cast<uint8_t>(number >> 16), static_cast<uint8_t>(number >> 8),
+                              static_cast<uint8_t>(number)};
+    return HardwareAddress(bytes, 6, HardwareAddress::Ethernet10Mb);
 }
 
 void Refresh(QObject* view)
 {
     QVERIFY(QMetaObject::invokeMethod(view, "TimerTimeout", Qt::DirectConnection));
+    // What the event loop does after the slot: the view lays out what changed.
+    QCoreApplication::processEvents();
 }
 
 } // namespace
@@ -280,7 +322,30 @@ private slots:
         // A released lease counts as expired.
         addresses->ReleaseLease(IPv4Address(10, 77, 0, 103));
         Refresh(&view);
-        QCOMPARE(Table(&view)->rowCount(), 0);
+        QCOMPARE(RowCount(&view), 0);
+    }
+
+    void leaseViewKeepsItsScrollPositionOverRefreshes()
+    {
+        AddressManager* addresses = server->GetAddressManager();
+        const auto lease = [addresses](int host, int32_t duration) {
+            addresses->AddLease(Client(host), IPv4Address(10, 77, host / 256, host % 256), duration);
+        };
+        for (int host = 1; host <= 300; ++host) {
+            lease(host, host == 3 ? 1 : 3600);
+        }
+        LeasesDialog view(addresses, nullptr);
+        view.show();
+        View(&view)->scrollTo(View(&view)->model()->index(150, 0), QAbstractItemView::PositionAtTop);
+
+        // Leases renewed, granted and expired: the same row index stays at the top.
+        environment->clock.Advance(2);
+        lease(400, 3600);
+        lease(10, 3600);
+        Refresh(&view);
+        QCOMPARE(RowCount(&view), 300);
+        QCOMPARE(View(&view)->rowAt(0), 150);
+        QCOMPARE(Text(&view, 150, 1), "10.77.0.153"); // two rows above it went, one of them to the end
     }
 
     void logWindowAppendsOnlyNewRowsAndHidesOnClose()
@@ -292,22 +357,27 @@ private slots:
         server->GetSettings()->SetLoggingEnabled(true);
         add(DHCPRequestReceived);
         LogBrowserDialog window(log, nullptr);
-        QCOMPARE(Table(&window)->rowCount(), 1);
-        QTableWidgetItem* firstRow = Table(&window)->item(0, 1);
+        QCOMPARE(RowCount(&window), 1);
+        ModelChanges changes(View(&window)->model());
 
-        // Three items between two ticks: three rows in one tick, in order.
+        // A refresh with nothing new changes no row.
+        Refresh(&window);
+        QCOMPARE(changes.inserted, QList<int>());
+        QCOMPARE(changes.others, 0);
+
+        // Three items between two ticks: three rows in one tick, in order,
+        // appended behind the rows already there, which stay as they were.
         add(DHCPOfferSent);
         add(DHCPRequestReceived);
         add(DHCPAckSent);
         Refresh(&window);
-        QCOMPARE(Table(&window)->rowCount(), 4);
-        // The rows already there are the same objects: nothing was rebuilt.
-        QCOMPARE(Table(&window)->item(0, 1), firstRow);
+        QCOMPARE(changes.inserted, QList<int>({1, 3}));
+        QCOMPARE(changes.others, 0);
         const std::vector<LogItem> items = log->GetLogItems(0);
         for (int row = 0; row < 4; ++row) {
-            QCOMPARE(Table(&window)->item(row, 0)->text().toStdString(), items[row].GetTimeString());
-            QCOMPARE(Table(&window)->item(row, 1)->text().toStdString(), items[row].GetEventName());
-            QCOMPARE(Table(&window)->item(row, 2)->text().toStdString(), items[row].GetDetails());
+            QCOMPARE(Text(&window, row, 0).toStdString(), items[row].GetTimeString());
+            QCOMPARE(Text(&window, row, 1).toStdString(), items[row].GetEventName());
+            QCOMPARE(Text(&window, row, 2).toStdString(), items[row].GetDetails());
         }
 
         window.show();
@@ -315,7 +385,36 @@ private slots:
         QVERIFY(!window.isVisible());
         // Hidden, it keeps growing by its own timer.
         add(DHCPAckSent);
-        QTRY_COMPARE_WITH_TIMEOUT(Table(&window)->rowCount(), 5, 5000);
+        QTRY_COMPARE_WITH_TIMEOUT(RowCount(&window), 5, 5000);
+    }
+
+    void logWindowShowsItemsArrivingBetweenTicksOnceAndKeepsItsScrollPosition()
+    {
+        LogManager* log = server->GetLogManager();
+        server->GetSettings()->SetLoggingEnabled(true);
+        int clients = 0;
+        const auto add = [log, &clients](int count) {
+            for (const int end = clients + count; clients < end; ++clients) {
+                log->AddLogItem(DHCPDiscoverReceived, Client(clients), std::nullopt, false);
+            }
+        };
+        add(200);
+        LogBrowserDialog window(log, nullptr);
+        window.show();
+        View(&window)->scrollTo(View(&window)->model()->index(100, 0), QAbstractItemView::PositionAtTop);
+
+        // Batches over the log's blocks of 4096 items, one tick after each.
+        for (const int batch : {1, 0, 4094, 2, 3000, 2703}) {
+            add(batch);
+            Refresh(&window);
+            QCOMPARE(RowCount(&window), clients);
+            QCOMPARE(View(&window)->rowAt(0), 100);
+        }
+        const std::vector<LogItem> items = log->GetLogItems(0);
+        QCOMPARE(RowCount(&window), 10000);
+        for (int row = 0; row < RowCount(&window); ++row) {
+            QCOMPARE(Text(&window, row, 2).toStdString(), items[row].GetDetails());
+        }
     }
 };
 

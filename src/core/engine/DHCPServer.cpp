@@ -14,8 +14,10 @@
 
 namespace {
 
-constexpr int MAJOR_VERSION = 1;
-constexpr int MINOR_VERSION = 0;
+// The project's version, handed in by the build so that the window, "--version"
+// and the package all name the same one.
+constexpr int MAJOR_VERSION = TARNVEL_VERSION_MAJOR;
+constexpr int MINOR_VERSION = TARNVEL_VERSION_MINOR;
 
 } // namespace
 

@@ -9,7 +9,7 @@ void LogItemList::Append(const LogItem& item)
 {
     const size_t offset = size % ITEMS_PER_BLOCK;
     if (offset == 0) {
-        blocks.push_back(std::make_unique_for_overwrite<Block>());
+        blocks.push_back(std::make_shared_for_overwrite<Block>());
     }
     ::new (blocks.back()->storage + offset * sizeof(LogItem)) LogItem(item);
     ++size;
@@ -28,6 +28,16 @@ void LogItemList::CopyTo(std::vector<LogItem>& copies, size_t first, size_t coun
         copies.insert(copies.end(), run, run + runLength);
         index += runLength;
     }
+}
+
+void LogItemList::Extend(LogSnapshot& snapshot) const
+{
+    PRECONDITION(snapshot.size <= size && snapshot.blocks.size() <= blocks.size());
+    for (size_t block = snapshot.blocks.size(); block < blocks.size(); ++block) {
+        // Shares the ownership of the block, points at its items.
+        snapshot.blocks.emplace_back(blocks[block], ItemsOfBlock(block));
+    }
+    snapshot.size = size;
 }
 
 const LogItem* LogItemList::ItemsOfBlock(size_t blockIndex) const

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "log/LogItem.h"
+#include "log/LogSnapshot.h"
 
 #include <cstddef>
 #include <memory>
@@ -11,7 +12,8 @@
 // items. Appending never moves an item already stored, so the list grows
 // without the copy of everything and the doubled reserve that a single
 // array needs; it costs sizeof(LogItem) per item, and one allocation for
-// each block. Not thread-safe: LogManager holds its lock.
+// each block. Blocks are shared with snapshots, which read the items without
+// a copy (LogSnapshot). Not thread-safe: LogManager holds its lock.
 class LogItemList {
 public:
     static constexpr size_t ITEMS_PER_BLOCK = 4096;
@@ -21,6 +23,9 @@ public:
     // Copies of the items from `first`, `count` of them, appended to `copies`.
     // Precondition: first + count <= Size().
     void CopyTo(std::vector<LogItem>& copies, size_t first, size_t count) const;
+    // Makes `snapshot` show every item stored now, adding only the blocks it
+    // lacks. Precondition: `snapshot` was made empty or by this list.
+    void Extend(LogSnapshot& snapshot) const;
 
 private:
     // Blocks hold raw storage; an item is placed in it when appended. Items
@@ -33,6 +38,6 @@ private:
     // The items stored in block `blockIndex`, as an array.
     const LogItem* ItemsOfBlock(size_t blockIndex) const;
 
-    std::vector<std::unique_ptr<Block>> blocks;
+    std::vector<std::shared_ptr<Block>> blocks;
     size_t size = 0;
 };

@@ -58,6 +58,12 @@ size_t LogManager::GetLogItemCount() const
     return logItems.Size();
 }
 
+void LogManager::ExtendSnapshot(LogSnapshot& snapshot) const
+{
+    const std::lock_guard<std::mutex> lock(logItemsMutex);
+    logItems.Extend(snapshot);
+}
+
 bool LogManager::IsSavingThreadRunning() const
 {
     return savingThreadRunning;

@@ -5,6 +5,7 @@
 #include "foundation/IPv4Address.h"
 #include "log/LogItem.h"
 #include "log/LogItemList.h"
+#include "log/LogSnapshot.h"
 
 #include <atomic>
 #include <condition_variable>
@@ -42,6 +43,11 @@ public:
     // Copies of the items from `fromIndex` on. Precondition: fromIndex <= count.
     std::vector<LogItem> GetLogItems(size_t fromIndex) const;
     size_t GetLogItemCount() const;
+    // Makes `snapshot` show every item logged so far. Under the lock it adds
+    // only pointers to the blocks it lacks, never copies an item, so its cost
+    // follows what is new. Precondition: `snapshot` was made empty or by this
+    // manager.
+    void ExtendSnapshot(LogSnapshot& snapshot) const;
 
     bool IsSavingThreadRunning() const;
     // Precondition: not running.

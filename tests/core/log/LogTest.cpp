@@ -203,3 +203,33 @@ TEST_F(LogManagerTest, TwoWritersWhileTheThreadSaves)
         ASSERT_EQ(lines[i], items[i].GetLogLine()) << i;
     }
 }
+
+TEST_F(LogManagerTest, SnapshotReadsWhileItemsArriveAndOutlivesItsLog)
+{
+    const size_t count = 2 * LogItemList::ITEMS_PER_BLOCK + 5; // three blocks, the last one partly filled
+    std::thread writer([&] {
+        for (size_t i = 0; i < count; ++i) {
+            i % 2 == 0 ? AddDiscover() : AddStart();
+        }
+    });
+    // Each extension shows exactly the items stored by then, in order.
+    LogSnapshot snapshot;
+    for (size_t seen = 0; seen < count;) {
+        log.ExtendSnapshot(snapshot);
+        for (; seen < snapshot.Size(); ++seen) {
+            ASSERT_EQ(snapshot[seen].GetEventType(), seen % 2 == 0 ? DHCPDiscoverReceived : ServerStart) << seen;
+        }
+    }
+    writer.join();
+    log.ExtendSnapshot(snapshot);
+    ASSERT_EQ(snapshot.Size(), count);
+    EXPECT_EQ(snapshot[count - 1].GetLogLine(), DISCOVER_LINE);
+
+    LogSnapshot kept;
+    {
+        LogManager scoped(&settings, &clock);
+        scoped.AddLogItem(ServerStop, NONE, NONE, false);
+        scoped.ExtendSnapshot(kept);
+    }
+    EXPECT_EQ(kept[0].GetLogLine(), STOP_LINE);
+}
