@@ -117,3 +117,27 @@ void Lease::Unserialize(const uint8_t* serializedData, size_t size)
     hardwareAddress = newHardwareAddress;
     ipAddress = IPv4Address(items[3][0], items[3][1], items[3][2], items[3][3]);
 }
+
+ByteString Lease::SerializeRows(const std::vector<Lease>& rows)
+{
+    std::vector<ByteString> items;
+    items.reserve(rows.size());
+    for (const Lease& lease : rows) {
+        items.push_back(lease.Serialize());
+    }
+    return Serializable::SerializeGroup(items);
+}
+
+std::vector<Lease> Lease::UnserializeRows(const uint8_t* data, size_t size)
+{
+    constexpr size_t SMALLEST_RECORD = 44; // four items, no hardware bytes
+    std::vector<Lease> rows;
+    rows.reserve(size / SMALLEST_RECORD);
+    GroupReader reader(data, size);
+    const uint8_t* item = nullptr;
+    size_t itemSize = 0;
+    while (reader.Next(item, itemSize)) {
+        rows.emplace_back(item, itemSize);
+    }
+    return rows;
+}

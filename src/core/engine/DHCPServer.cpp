@@ -1,6 +1,8 @@
 #include "engine/DHCPServer.h"
 
 #include "allocation/AddressManager.h"
+#include "allocation/LeaseJournal.h"
+#include "allocation/LeaseJournalRecovery.h"
 #include "config/Settings.h"
 #include "engine/Listener.h"
 #include "engine/MessageProcessor.h"
@@ -69,8 +71,17 @@ void DHCPServer::Start()
     if (!settings->IsValid()) {
         throw AppException(AppException::ServerSettingsNotValid);
     }
-    // Choosing the listening address loads that address's lease file.
-    listener->Start();
+    // Choosing the listening address loads that address's lease file; the
+    // journal beside it is locked and replayed before anything is received.
+    try {
+        listener->Start([this] { OpenLeaseJournal(); });
+    } catch (...) {
+        if (leaseJournal) {
+            addressManager->AttachJournal(nullptr);
+            leaseJournal.reset(); // Stays on disk for the next start.
+        }
+        throw;
+    }
     const IPv4Address listeningAddress = listener->GetListeningAddress();
     if (settings->GetLoggingEnabled()) {
         logManager->AddLogItem(ServerStart, std::nullopt, listeningAddress, false);
@@ -94,8 +105,32 @@ void DHCPServer::Stop()
     if (logManager->IsSavingThreadRunning()) {
         logManager->StopSavingThread();
     }
-    addressManager->SaveLeases();
+    // A compaction under way ends before the save.
+    leaseJournal->StopBackground();
+    addressManager->AttachJournal(nullptr);
+    leaseJournal->Finish(addressManager->TrySaveLeases());
+    leaseJournal.reset();
     running = false;
+}
+
+void DHCPServer::OpenLeaseJournal()
+{
+    auto journal = std::make_unique<LeaseJournal>(addressManager->GetLeasesFilePath(), &storageWarnings);
+    journal->Lock();
+    // A non-empty journal always means a load and a replay, whatever the
+    // table held already.
+    LeaseJournalRecovery::Result recovered = LeaseJournalRecovery::Run(journal->GetPaths(), storageWarnings);
+    if (recovered.journalFound) {
+        addressManager->ReplaceLeases(std::move(recovered.rows));
+    }
+    journal->Begin(addressManager->GetLeases(), recovered.leaseFileBytes);
+    addressManager->AttachJournal(journal.get());
+    leaseJournal = std::move(journal);
+}
+
+std::vector<StorageWarnings::Warning> DHCPServer::TakeStorageWarnings()
+{
+    return storageWarnings.Take();
 }
 
 Settings* DHCPServer::GetSettings()
