@@ -18,6 +18,7 @@ class QAction;
 class QEvent;
 class QLineEdit;
 class QMenu;
+class QTimer;
 
 namespace Ui {
 class MainWindow;
@@ -60,6 +61,9 @@ private slots:
     void on_actionAdditionalOptions_triggered();
     void on_actionAddressReservations_triggered();
     void on_pushButtonStartStop_clicked();
+    // Shows what the engine has reported about the lease files since the
+    // last look; polled by storageWarningTimer while the server runs.
+    void ShowStorageWarnings();
 
 private:
     MainWindow(const std::function<std::unique_ptr<DHCPServer>()>& makeServer, QWidget* parent);
@@ -94,4 +98,6 @@ private:
     QAction* trayActionShowWindow = nullptr;
     QAction* trayActionQuit = nullptr;
     QAction* trayActionStartStop = nullptr;
+    QTimer* storageWarningTimer = nullptr; // child of the window
+    bool showingStorageWarning = false;
 };
