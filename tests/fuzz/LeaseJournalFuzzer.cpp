@@ -4,8 +4,10 @@
 // an empty lease file, must leave a usable table.
 #include "allocation/LeaseJournalReader.h"
 #include "allocation/LeaseJournalRecovery.h"
+#include "allocation/LeaseReplayTable.h"
 #include "allocation/LeaseTable.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -37,15 +39,27 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         Require(prefix.ending == Reader::Ending::Clean, "the accepted part is not clean by itself");
         Require(prefix.records.size() == contents.records.size(), "the accepted part gives other records");
     }
+    // The replay's own table and the server's agree on every row.
     LeaseTable table;
+    LeaseReplayTable replay;
     for (const Reader::Record& record : contents.records) {
         Reader::Apply(record, table);
+        Reader::Apply(record, replay);
     }
-    Require(table.Rows().size() == table.Size(), "the table's rows and size disagree");
-    const auto replayed =
+    const std::vector<Lease> rows = table.Rows();
+    const std::vector<Lease> replayed = replay.Rows();
+    Require(rows.size() == table.Size() && replayed.size() == replay.Size(), "rows and size disagree");
+    Require(std::equal(rows.begin(), rows.end(), replayed.begin(), replayed.end(),
+                       [](const Lease& a, const Lease& b) {
+                           return a.GetHardwareAddress() == b.GetHardwareAddress() &&
+                                  a.GetIPAddress() == b.GetIPAddress() && a.GetStartTime() == b.GetStartTime() &&
+                                  a.GetDuration() == b.GetDuration();
+                       }),
+            "the replay table and the lease table disagree");
+    const auto fromFile =
         LeaseJournalRecovery::Replay(std::string(), std::string(reinterpret_cast<const char*>(data), size));
-    if (replayed) {
-        Require(replayed->size() == table.Size(), "replay and redo disagree");
+    if (fromFile) {
+        Require(fromFile->size() == table.Size(), "replay and redo disagree");
     }
     return 0;
 }

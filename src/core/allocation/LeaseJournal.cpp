@@ -1,5 +1,6 @@
 #include "allocation/LeaseJournal.h"
 
+#include "allocation/AddressManager.h"
 #include "allocation/StorageWarnings.h"
 #include "foundation/AppException.h"
 #include "foundation/Crc32c.h"
@@ -107,6 +108,19 @@ LeaseJournal::~LeaseJournal()
         StopBackground();
         Finish(false);
     }
+}
+
+std::unique_ptr<LeaseJournal> LeaseJournal::Open(AddressManager& addresses, StorageWarnings& warnings)
+{
+    auto journal = std::make_unique<LeaseJournal>(addresses.GetLeasesFilePath(), &warnings);
+    journal->Lock();
+    LeaseJournalRecovery::Result recovered = LeaseJournalRecovery::Run(journal->GetPaths(), warnings);
+    if (recovered.journalFound) {
+        addresses.ReplaceLeases(std::move(recovered.rows));
+    }
+    journal->Begin(addresses.GetLeases(), recovered.leaseFileBytes);
+    addresses.AttachJournal(journal.get());
+    return journal;
 }
 
 void LeaseJournal::Lock()

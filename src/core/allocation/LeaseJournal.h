@@ -15,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+class AddressManager;
 class StorageWarnings;
 
 // The writer of the lease journal (format in LeaseJournalReader.h): while the
@@ -59,6 +60,12 @@ public:
 
     LeaseJournal(const LeaseJournal&) = delete;
     LeaseJournal& operator=(const LeaseJournal&) = delete;
+
+    // What a start does once its port is bound: locks the journal of the
+    // lease file of `addresses`, redoes what the journals beside it hold (a
+    // non-empty journal always reloads the table from the file first),
+    // begins afresh and attaches itself to `addresses`. Raises LeaseFileInUse.
+    static std::unique_ptr<LeaseJournal> Open(AddressManager& addresses, StorageWarnings& warnings);
 
     const Paths& GetPaths() const { return paths; }
     // Takes the lock file with a non-blocking flock. Raises LeaseFileInUse

@@ -1,6 +1,5 @@
 #include "allocation/LeaseJournalReader.h"
 
-#include "allocation/LeaseTable.h"
 #include "foundation/Crc32c.h"
 #include "foundation/HardwareAddress.h"
 
@@ -45,8 +44,8 @@ LeaseJournalReader::Contents LeaseJournalReader::Read(const uint8_t* data, size_
     if (contents.slotB.kind != BaseKind::LeaseFile) {
         contents.slotB = Slot();
     }
-    // Most records are some 50 bytes: room made once.
-    contents.records.reserve((size - HEADER_SIZE) / 40);
+    // A renewal of an Ethernet client is 30 bytes: room made once.
+    contents.records.reserve((size - HEADER_SIZE) / 30);
     size_t offset = HEADER_SIZE;
     Record record;
     while (offset < size) {
@@ -144,26 +143,4 @@ bool LeaseJournalReader::DecodePayload(RecordType type, const uint8_t* payload, 
         return length == 0;
     }
     return false;
-}
-
-void LeaseJournalReader::Apply(const Record& record, LeaseTable& table)
-{
-    switch (record.type) {
-    case RecordType::Add:
-        table.EraseFirstByIPAddress(record.lease.GetIPAddress());
-        table.Append(record.lease);
-        break;
-    case RecordType::Append:
-        table.Append(record.lease);
-        break;
-    case RecordType::Erase:
-        table.EraseFirstByIPAddress(record.address);
-        break;
-    case RecordType::Expire:
-        table.ExpireFirstByIPAddress(record.address, record.moment);
-        break;
-    case RecordType::Clear:
-        table.Assign({});
-        break;
-    }
 }

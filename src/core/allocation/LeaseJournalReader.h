@@ -7,8 +7,6 @@
 #include <cstdint>
 #include <vector>
 
-class LeaseTable;
-
 // Reads a lease journal: the changes made to the lease table since the lease
 // file it continues was written. All integers are least significant byte
 // first.
@@ -107,8 +105,30 @@ public:
     static Contents Read(const uint8_t* data, size_t size);
     // Decodes the slot at `slot`, SLOT_SIZE bytes.
     static Slot ReadSlot(const uint8_t* slot);
-    // Redoes one record on `table`.
-    static void Apply(const Record& record, LeaseTable& table);
+    // Redoes one record on `table`: a LeaseTable, or a LeaseReplayTable,
+    // which offer the same four changes.
+    template <typename Table>
+    static void Apply(const Record& record, Table& table)
+    {
+        switch (record.type) {
+        case RecordType::Add:
+            table.EraseFirstByIPAddress(record.lease.GetIPAddress());
+            table.Append(record.lease);
+            break;
+        case RecordType::Append:
+            table.Append(record.lease);
+            break;
+        case RecordType::Erase:
+            table.EraseFirstByIPAddress(record.address);
+            break;
+        case RecordType::Expire:
+            table.ExpireFirstByIPAddress(record.address, record.moment);
+            break;
+        case RecordType::Clear:
+            table.Assign({});
+            break;
+        }
+    }
 
 private:
     // The record at `data`, within `size` bytes: its full length, or 0 when

@@ -1,6 +1,6 @@
 #include "allocation/LeaseJournalRecovery.h"
 
-#include "allocation/LeaseTable.h"
+#include "allocation/LeaseReplayTable.h"
 #include "allocation/StorageWarnings.h"
 #include "foundation/AppException.h"
 #include "foundation/Tools.h"
@@ -57,7 +57,7 @@ bool LeaseJournalRecovery::Continues(const Reader::Contents& journal, const Read
            (journal.slotA.kind == Reader::BaseKind::LeaseFile && journal.slotA.leaseFile == state);
 }
 
-void LeaseJournalRecovery::Redo(const Reader::Contents& journal, LeaseTable& table)
+void LeaseJournalRecovery::Redo(const Reader::Contents& journal, LeaseReplayTable& table)
 {
     for (const Reader::Record& record : journal.records) {
         Reader::Apply(record, table);
@@ -72,7 +72,7 @@ std::optional<std::vector<Lease>> LeaseJournalRecovery::Replay(const std::string
     if (!Continues(journal, StateOf(leaseFileBytes)) || journal.ending == Reader::Ending::Damaged) {
         return std::nullopt;
     }
-    LeaseTable table;
+    LeaseReplayTable table;
     try {
         table.Assign(Lease::UnserializeRows(reinterpret_cast<const uint8_t*>(leaseFileBytes.data()),
                                             leaseFileBytes.size()));
@@ -89,8 +89,14 @@ LeaseJournalRecovery::Result LeaseJournalRecovery::Run(const Paths& paths, Stora
     if (Tools::FileExists(paths.leaseFile) && !Tools::ReadWholeFile(paths.leaseFile, result.leaseFileBytes)) {
         return result;
     }
+    // No journal at all, the common case after a clean stop: nothing to
+    // decode here, the load of the lease file has done that.
+    if (!Tools::FileExists(paths.journal) && !Tools::FileExists(paths.previous) &&
+        !Tools::FileExists(paths.fresh)) {
+        return result;
+    }
     const Reader::FileState state = StateOf(result.leaseFileBytes);
-    LeaseTable table;
+    LeaseReplayTable table;
     try {
         table.Assign(Lease::UnserializeRows(reinterpret_cast<const uint8_t*>(result.leaseFileBytes.data()),
                                             result.leaseFileBytes.size()));
@@ -117,6 +123,7 @@ LeaseJournalRecovery::Result LeaseJournalRecovery::Run(const Paths& paths, Stora
 
     const JournalFile previous = ReadJournal(paths.previous);
     const JournalFile current = ReadJournal(paths.journal);
+
     const auto keepAside = [&](const JournalFile& file, bool damaged) {
         result.journalFound = true;
         warnings.Add(damaged ? StorageWarnings::Kind::JournalDamaged : StorageWarnings::Kind::JournalNotContinuing,
@@ -162,6 +169,7 @@ LeaseJournalRecovery::Result LeaseJournalRecovery::Run(const Paths& paths, Stora
     } else if (current.present) {
         ::unlink(paths.journal.c_str());
     }
+
     result.rows = table.Rows();
     return result;
 }

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-class LeaseTable;
+class LeaseReplayTable;
 class StorageWarnings;
 
 // Rebuilds the lease table at start from the lease file and the journals
@@ -64,5 +64,5 @@ public:
     static std::string KeepAside(const std::string& path);
 
 private:
-    static void Redo(const LeaseJournalReader::Contents& journal, LeaseTable& table);
+    static void Redo(const LeaseJournalReader::Contents& journal, LeaseReplayTable& table);
 };

@@ -2,7 +2,6 @@
 
 #include "allocation/AddressManager.h"
 #include "allocation/LeaseJournal.h"
-#include "allocation/LeaseJournalRecovery.h"
 #include "config/Settings.h"
 #include "engine/Listener.h"
 #include "engine/MessageProcessor.h"
@@ -115,17 +114,7 @@ void DHCPServer::Stop()
 
 void DHCPServer::OpenLeaseJournal()
 {
-    auto journal = std::make_unique<LeaseJournal>(addressManager->GetLeasesFilePath(), &storageWarnings);
-    journal->Lock();
-    // A non-empty journal always means a load and a replay, whatever the
-    // table held already.
-    LeaseJournalRecovery::Result recovered = LeaseJournalRecovery::Run(journal->GetPaths(), storageWarnings);
-    if (recovered.journalFound) {
-        addressManager->ReplaceLeases(std::move(recovered.rows));
-    }
-    journal->Begin(addressManager->GetLeases(), recovered.leaseFileBytes);
-    addressManager->AttachJournal(journal.get());
-    leaseJournal = std::move(journal);
+    leaseJournal = LeaseJournal::Open(*addressManager, storageWarnings);
 }
 
 std::vector<StorageWarnings::Warning> DHCPServer::TakeStorageWarnings()
