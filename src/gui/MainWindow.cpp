@@ -286,6 +286,29 @@ void MainWindow::on_pushButtonStartStop_clicked()
     ShowStorageWarnings();
 }
 
+QString MainWindow::StorageWarningText(const StorageWarnings::Warning& warning)
+{
+    const QString path = QString::fromStdString(warning.path);
+    switch (warning.kind) {
+    case StorageWarnings::Kind::WriteFailed:
+        return tr("Nie można zapisywać dziennika dzierżaw (%1: %2). Serwer nadal odpowiada klientom, ale "
+                  "dzierżawy przyznane od tej chwili przepadną, jeśli program zakończy się bez "
+                  "zatrzymania serwera. Zwolnij miejsce na dysku; zapis zostanie ponowiony samoczynnie.")
+            .arg(path, QString::fromStdString(warning.detail));
+    case StorageWarnings::Kind::JournalDamaged:
+        return tr("Dziennik dzierżaw był uszkodzony. Przywrócono dzierżawy zapisane przed uszkodzeniem, "
+                  "a uszkodzony dziennik zachowano jako %1.")
+            .arg(path);
+    case StorageWarnings::Kind::JournalNotContinuing:
+        return tr("Dziennik dzierżaw nie pasuje do pliku dzierżaw obok niego, więc go nie odtworzono. "
+                  "Zachowano go jako %1.")
+            .arg(path);
+    case StorageWarnings::Kind::WriteRecovered:
+        break; // Standard error has it; the episode's box said what to do.
+    }
+    return QString();
+}
+
 void MainWindow::ShowStorageWarnings()
 {
     // The box runs its own event loop, in which this timer fires again; the
@@ -295,32 +318,9 @@ void MainWindow::ShowStorageWarnings()
     }
     showingStorageWarning = true;
     for (const StorageWarnings::Warning& warning : dhcpServer->TakeStorageWarnings()) {
-        const QString path = QString::fromStdString(warning.path);
-        switch (warning.kind) {
-        case StorageWarnings::Kind::WriteFailed:
-            ShowMessage(this,
-                        tr("Nie można zapisywać dziennika dzierżaw (%1: %2). Serwer nadal odpowiada klientom, ale "
-                           "dzierżawy przyznane od tej chwili przepadną, jeśli program zakończy się bez "
-                           "zatrzymania serwera. Zwolnij miejsce na dysku; zapis zostanie ponowiony samoczynnie.")
-                            .arg(path, QString::fromStdString(warning.detail)),
-                        QMessageBox::Warning);
-            break;
-        case StorageWarnings::Kind::JournalDamaged:
-            ShowMessage(this,
-                        tr("Dziennik dzierżaw był uszkodzony. Przywrócono dzierżawy zapisane przed uszkodzeniem, "
-                           "a uszkodzony dziennik zachowano jako %1.")
-                            .arg(path),
-                        QMessageBox::Warning);
-            break;
-        case StorageWarnings::Kind::JournalNotContinuing:
-            ShowMessage(this,
-                        tr("Dziennik dzierżaw nie pasuje do pliku dzierżaw obok niego, więc go nie odtworzono. "
-                           "Zachowano go jako %1.")
-                            .arg(path),
-                        QMessageBox::Warning);
-            break;
-        case StorageWarnings::Kind::WriteRecovered:
-            break; // Standard error has it; the episode's box said what to do.
+        const QString text = StorageWarningText(warning);
+        if (!text.isEmpty()) {
+            ShowMessage(this, text, QMessageBox::Warning);
         }
     }
     showingStorageWarning = false;

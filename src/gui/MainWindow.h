@@ -2,6 +2,7 @@
 
 #include "WindowBase.h"
 
+#include "allocation/StorageWarnings.h"
 #include "engine/ServerPlatform.h"
 
 #include <QIcon>
@@ -81,6 +82,8 @@ private:
     void HideToTray();
     void UpdateLogActions();
     void ShowStartFailure(const AppException& exception);
+    // The box text of a storage warning; empty for one that needs no box.
+    static QString StorageWarningText(const StorageWarnings::Warning& warning);
     void ShowProgramStartFailure(const AppException& exception);
 
     std::unique_ptr<Ui::MainWindow> ui;
