@@ -12,6 +12,8 @@ packages=(
   # tests and benchmarks
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   iproute2 procps busybox isc-dhcp-client dhcpcd5 kea-admin nftables tcpdump util-linux
+  # bench/perf.sh runs kea-dhcp4 itself, inside its namespaces
+  kea-dhcp4-server
   xvfb xauth
 )
 
@@ -23,4 +25,8 @@ if [ ${#missing[@]} -gt 0 ]; then
   export DEBIAN_FRONTEND=noninteractive
   apt-get update
   apt-get install -y --no-install-recommends "${missing[@]}"
+  # The package's own service must never answer on the machine's interfaces.
+  if [[ " ${missing[*]} " == *" kea-dhcp4-server "* ]] && command -v systemctl >/dev/null; then
+    systemctl disable --now kea-dhcp4-server 2>/dev/null || true
+  fi
 fi
