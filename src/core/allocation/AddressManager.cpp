@@ -1,6 +1,7 @@
 #include "allocation/AddressManager.h"
 
 #include "allocation/LeaseJournal.h"
+#include "allocation/LeaseJournalRecovery.h"
 #include "config/Settings.h"
 #include "engine/TransactionManager.h"
 #include "foundation/AppException.h"
@@ -54,8 +55,10 @@ AddressManager::AddressManager(Settings* settings, TransactionManager* transacti
 
 AddressManager::~AddressManager()
 {
-    // A run that never learned a listening address writes nothing.
-    if (settings->GetPreferredListeningAddress().IsZero()) {
+    // A run that never learned a listening address writes nothing; nor does
+    // one that leaves a journal for the next start to replay, which would
+    // then no longer continue the file.
+    if (settings->GetPreferredListeningAddress().IsZero() || LeaseJournalRecovery::IsPending(leasesFilePath)) {
         return;
     }
     try {

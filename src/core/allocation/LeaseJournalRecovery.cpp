@@ -51,6 +51,12 @@ LeaseJournalRecovery::Paths LeaseJournalRecovery::Paths::For(const std::string& 
     return Paths{leaseFile, journal, journal + ".old", journal + ".new", journal + ".lock"};
 }
 
+bool LeaseJournalRecovery::IsPending(const std::string& leaseFile)
+{
+    const Paths paths = Paths::For(leaseFile);
+    return Tools::FileExists(paths.journal) || Tools::FileExists(paths.previous) || Tools::FileExists(paths.fresh);
+}
+
 bool LeaseJournalRecovery::Continues(const Reader::Contents& journal, const Reader::FileState& state)
 {
     return HasSlotB(journal, state) || journal.slotA.kind == Reader::BaseKind::Standalone ||
@@ -91,8 +97,7 @@ LeaseJournalRecovery::Result LeaseJournalRecovery::Run(const Paths& paths, Stora
     }
     // No journal at all, the common case after a clean stop: nothing to
     // decode here, the load of the lease file has done that.
-    if (!Tools::FileExists(paths.journal) && !Tools::FileExists(paths.previous) &&
-        !Tools::FileExists(paths.fresh)) {
+    if (!IsPending(paths.leaseFile)) {
         return result;
     }
     const Reader::FileState state = StateOf(result.leaseFileBytes);

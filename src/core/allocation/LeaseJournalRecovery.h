@@ -53,6 +53,9 @@ public:
     // decoded leaves the journals alone and the table to its caller.
     static Result Run(const Paths& paths, StorageWarnings& warnings);
 
+    // Some journal waits beside `leaseFile` to be replayed at the next start.
+    static bool IsPending(const std::string& leaseFile);
+
     // The journal's records apply to a lease file in state `state`.
     static bool Continues(const LeaseJournalReader::Contents& journal, const LeaseJournalReader::FileState& state);
     // The rows of `leaseFileBytes` with `journal` redone on them; nothing when
