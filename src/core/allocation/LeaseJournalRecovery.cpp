@@ -65,6 +65,7 @@ bool LeaseJournalRecovery::Continues(const Reader::Contents& journal, const Read
 
 void LeaseJournalRecovery::Redo(const Reader::Contents& journal, LeaseReplayTable& table)
 {
+    table.ReserveMore(journal.records.size());
     for (const Reader::Record& record : journal.records) {
         Reader::Apply(record, table);
     }

@@ -4,6 +4,7 @@
 #include "foundation/IPv4Address.h"
 
 #include <cstdint>
+#include <limits>
 #include <unordered_map>
 #include <vector>
 
@@ -14,12 +15,16 @@
 // position tree up to date at every step, for nothing.
 //
 // Rows are never moved while the replay runs: an erased row is only marked,
-// and Rows() skips the marked ones.
+// and Rows() skips the marked ones. The live rows of one address form a
+// chain in table order (first, then nextOfSameAddress), so that no address
+// costs an allocation of its own.
 class LeaseReplayTable {
 public:
     LeaseReplayTable() = default;
     explicit LeaseReplayTable(std::vector<Lease> rows) { Assign(std::move(rows)); }
 
+    // Room for `extra` more rows, before a run of appends.
+    void ReserveMore(size_t extra);
     void Append(const Lease& lease);
     void EraseFirstByIPAddress(const IPv4Address& address);
     void ExpireFirstByIPAddress(const IPv4Address& address, int64_t now);
@@ -30,10 +35,17 @@ public:
     size_t Size() const { return liveRows; }
 
 private:
-    // Invariant: live has one entry per row; rowsByAddress lists, for each
-    // address, the indexes of its live rows in ascending order.
+    static constexpr uint32_t NONE = std::numeric_limits<uint32_t>::max();
+    struct Chain {
+        uint32_t first = NONE;
+        uint32_t last = NONE;
+    };
+
+    // Invariant: live and nextOfSameAddress have one entry per row; the chain
+    // of each address runs through exactly its live rows, ascending.
     std::vector<Lease> rows;
     std::vector<uint8_t> live;
+    std::vector<uint32_t> nextOfSameAddress;
     size_t liveRows = 0;
-    std::unordered_map<uint32_t, std::vector<uint32_t>> rowsByAddress;
+    std::unordered_map<uint32_t, Chain> chains;
 };
