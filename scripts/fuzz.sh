@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Builds the libFuzzer targets with clang (ASan + UBSan) into build-fuzz/ and
+# Builds the libFuzzer targets (tests/fuzz/*Fuzzer.cpp: datagrams, the engine,
+# the lease file, the lease journal, the settings file) with clang (ASan + UBSan) into build-fuzz/ and
 # runs each for a bounded time: FUZZ_SECONDS (default 60) for the datagram
 # parser, a third of that for the others. A crash fails the script.
 set -euo pipefail
