@@ -8,6 +8,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -163,6 +164,7 @@ void LeaseJournal::Begin(const std::vector<Lease>& rows, const std::string& leas
             compactionLimit != 0 ? compactionLimit : std::max<uint64_t>(COMPACTION_BYTES, 2 * bytes.size());
     }
     syncThread = std::thread(&LeaseJournal::SyncLoop, this);
+    compactionThread = std::thread(&LeaseJournal::CompactionLoop, this);
     if (lockDescriptor < 0) {
         return; // Failed already; the first change tries again.
     }
@@ -335,11 +337,11 @@ void LeaseJournal::MaybeCompactLocked()
         compactionBytes *= 2;
         return;
     }
+    // The compaction thread waits for this; nothing here waits for it.
     compacting = true;
-    if (compactor.joinable()) {
-        compactor.join(); // Ended already: it cleared `compacting` last.
-    }
-    compactor = std::thread(&LeaseJournal::Compact, this, file, journalId);
+    compactionTarget = file;
+    compactionTargetId = journalId;
+    compactionWake.notify_one();
 }
 
 bool LeaseJournal::SwitchLocked()
@@ -361,6 +363,30 @@ bool LeaseJournal::SwitchLocked()
     offset = Reader::HEADER_SIZE;
     ++writes;
     return true;
+}
+
+void LeaseJournal::CompactionLoop()
+{
+    // Background work: on a CPU shared with the receive thread it takes
+    // little of the time the receive thread needs, yet still finishes under
+    // a flood.
+    constexpr int BACKGROUND_NICE = 10;
+    ::setpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()), BACKGROUND_NICE);
+    std::unique_lock lock(mutex);
+    while (true) {
+        compactionWake.wait(lock, [this] { return compactionTarget != nullptr || stopping; });
+        // A stop saves the whole table anyway: a compaction not yet begun is
+        // dropped, one under way ends first (StopBackground joins).
+        if (stopping) {
+            return;
+        }
+        const std::shared_ptr<OpenFile> target = std::move(compactionTarget);
+        const uint64_t targetId = compactionTargetId;
+        compactionTarget.reset();
+        lock.unlock();
+        Compact(target, targetId);
+        lock.lock();
+    }
 }
 
 void LeaseJournal::Compact(std::shared_ptr<OpenFile> target, uint64_t targetId)
@@ -433,11 +459,12 @@ void LeaseJournal::StopBackground()
         stopping = true;
     }
     wake.notify_all();
+    compactionWake.notify_all();
     if (syncThread.joinable()) {
         syncThread.join();
     }
-    if (compactor.joinable()) {
-        compactor.join();
+    if (compactionThread.joinable()) {
+        compactionThread.join();
     }
 }
 

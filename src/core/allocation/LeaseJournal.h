@@ -27,8 +27,8 @@ class StorageWarnings;
 //
 // Compaction. When the journal passes its size limit, the receive thread only
 // renames it to L.journal.old and starts a new L.journal that follows it
-// (slot A AfterJournal): a rename, a create and a 64-byte write. A compaction
-// thread then replays L + L.journal.old into a snapshot, writes it to a
+// (slot A AfterJournal): a rename, a create and a 64-byte write, and wakes
+// the compaction thread (at a lower priority). That thread then replays L + L.journal.old into a snapshot, writes it to a
 // temporary file and syncs it, binds the new journal to it (slot B, synced),
 // renames it over L, syncs the folder and removes L.journal.old. A crash
 // after any of these steps leaves files that LeaseJournalRecovery reads back
@@ -114,6 +114,7 @@ private:
     bool TakeLock(bool throwWhenHeld);
     void MaybeCompactLocked();
     bool SwitchLocked();
+    void CompactionLoop();
     void Compact(std::shared_ptr<OpenFile> target, uint64_t targetId);
     void SyncLoop();
     static std::string Header(LeaseJournalReader::BaseKind kind, uint64_t id, uint64_t value, uint32_t crc);
@@ -127,7 +128,8 @@ private:
     // Invariant: everything below is guarded by mutex. `offset` is where the
     // next record goes: the end of the last complete record written.
     std::mutex mutex;
-    std::condition_variable wake;
+    std::condition_variable wake;           // the sync thread's
+    std::condition_variable compactionWake; // the compaction thread's
     std::shared_ptr<OpenFile> file;
     uint64_t journalId = 0;
     uint64_t offset = 0;
@@ -137,9 +139,11 @@ private:
     uint64_t writes = 0;       // grows with every successful write
     bool failing = false;      // records have been lost since the last snapshot
     Clock::time_point nextAttempt;
-    bool compacting = false;
+    bool compacting = false; // from the request to the end of a compaction
+    std::shared_ptr<OpenFile> compactionTarget; // a request not yet taken
+    uint64_t compactionTargetId = 0;
     bool stopping = false;
     bool finished = false;
     std::thread syncThread;
-    std::thread compactor;
+    std::thread compactionThread;
 };

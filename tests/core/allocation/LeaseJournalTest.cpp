@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <csignal>
 #include <cstring>
 #include <filesystem>
@@ -52,7 +53,7 @@ struct JournalRun {
     }
 
     void Record(int changes, int initialLeases = 2, uint64_t compactionLimit = 0,
-                std::function<bool(Step)> proceed = {})
+                std::function<bool(Step)> proceed = {}, std::function<bool()> settled = {})
     {
         AllocationWorld world;
         world.addresses.SetLeasesFilePath(leaseFile);
@@ -71,6 +72,9 @@ struct JournalRun {
         for (int k = 0; k < changes; ++k) {
             Change(world, k);
             states.push_back(world.addresses.GetLeases());
+        }
+        for (int wait = 0; settled && !settled() && wait < 1000; ++wait) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
         journal.StopBackground();
         world.addresses.AttachJournal(nullptr);
@@ -202,7 +206,16 @@ TEST(LeaseJournalTest, CompactionLosesNothingWhereverACrashStopsIt)
                                            std::optional<Step>()}) {
         SCOPED_TRACE(stop ? static_cast<int>(*stop) : -1);
         JournalRun run;
-        run.Record(60, 2, 400, [stop](Step step) { return step != stop; });
+        // The compaction thread runs at a lower priority: the run waits (at
+        // most 10 s) until a compaction has reached the step, or, with no
+        // stop, until none is left to do.
+        auto reached = std::make_shared<std::atomic<bool>>(false);
+        run.Record(60, 2, 400,
+                   [stop, reached](Step step) {
+                       *reached = *reached || step == stop;
+                       return step != stop;
+                   },
+                   [&] { return stop ? reached->load() : !std::filesystem::exists(run.paths.previous); });
         EXPECT_EQ(std::filesystem::exists(run.paths.previous), stop.has_value());
         const std::string leaseFile = ReadText(run.leaseFile);
         const bool snapshotInPlace = !stop || *stop == Step::Renamed;
