@@ -114,29 +114,14 @@ exit 0
         pair->RunInClient("ip link set dev " + pair->ClientInterface() + " address " + mac);
     }
 
-    // Runs `client` in the client namespace until its hook has reported a
-    // lease (20 s at most), and ends it then by its PID: SIGTERM, SIGKILL
-    // after 3 s. The hook's line, or the client's output when none came.
+    // Runs `client` in the client namespace until its hook has reported a lease
+    // (20 s at most), then ends it. The hook's line, or the client's output.
     std::string RunClient(std::vector<std::string> client) const
     {
         client.insert(client.begin(), {"ip", "netns", "exec", pair->ClientNamespace()});
-        std::vector<char*> argv;
-        for (std::string& argument : client) {
-            argv.push_back(argument.data());
-        }
-        argv.push_back(nullptr);
         const std::string events = folder.FilePath("events");
         const size_t before = ReadText(events).size();
-        // Opened before the fork: the child has only async-signal-safe work left.
-        const int output = open(folder.FilePath("client.out").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-        const pid_t pid = output < 0 ? -1 : fork();
-        if (pid == 0) {
-            dup2(output, STDOUT_FILENO);
-            dup2(output, STDERR_FILENO);
-            execvp(argv[0], argv.data());
-            _exit(127);
-        }
-        close(output);
+        const pid_t pid = Spawn(client, folder.FilePath("client.out"));
         if (pid < 0) {
             return "cannot start " + client[4];
         }
@@ -148,17 +133,55 @@ exit 0
                 line = lines.substr(before, end - before);
             }
         }
-        kill(pid, SIGTERM);
-        bool ended = false;
-        for (int i = 0; i < 150 && !ended; ++i) {
-            ended = waitpid(pid, nullptr, WNOHANG) == pid;
-            std::this_thread::sleep_for(std::chrono::milliseconds(ended ? 0 : 20));
-        }
-        if (!ended) {
-            kill(pid, SIGKILL);
-            waitpid(pid, nullptr, 0);
-        }
+        End(pid);
         return line.value_or("no lease: " + ReadText(folder.FilePath("client.out")));
+    }
+
+    // Starts `command`, its output and errors to `outputPath`; -1 when it cannot.
+    static pid_t Spawn(std::vector<std::string> command, const std::string& outputPath)
+    {
+        std::vector<char*> argv;
+        for (std::string& argument : command) {
+            argv.push_back(argument.data());
+        }
+        argv.push_back(nullptr);
+        // Opened before the fork: the child has only async-signal-safe work left.
+        const int output = open(outputPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+        const pid_t pid = output < 0 ? -1 : fork();
+        if (pid == 0) {
+            dup2(output, STDOUT_FILENO);
+            dup2(output, STDERR_FILENO);
+            execvp(argv[0], argv.data());
+            _exit(127);
+        }
+        close(output);
+        return pid;
+    }
+
+    // Child `pid`'s exit status (-1: a signal) if it ends within `timeout`.
+    static std::optional<int> WaitForExit(pid_t pid, std::chrono::milliseconds timeout)
+    {
+        const auto deadline = std::chrono::steady_clock::now() + timeout;
+        int status = 0;
+        while (waitpid(pid, &status, WNOHANG) != pid) {
+            if (std::chrono::steady_clock::now() >= deadline) {
+                return std::nullopt;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+    // SIGTERM to child `pid`, SIGKILL after 3 s. Its exit status, or -1.
+    static int End(pid_t pid)
+    {
+        kill(pid, SIGTERM);
+        if (const auto status = WaitForExit(pid, std::chrono::seconds(3))) {
+            return *status;
+        }
+        kill(pid, SIGKILL);
+        waitpid(pid, nullptr, 0);
+        return -1;
     }
 
     // busybox udhcpc, a DISCOVER a second; with `releaseAtEnd` it sends a RELEASE when it is ended.

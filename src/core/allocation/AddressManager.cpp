@@ -55,11 +55,20 @@ AddressManager::AddressManager(Settings* settings, TransactionManager* transacti
 
 AddressManager::~AddressManager()
 {
-    // A run that never learned a listening address writes nothing; nor does
-    // one that leaves a journal for the next start to replay, which would
-    // then no longer continue the file.
+    // A run that never learned a listening address writes nothing, and so
+    // does one whose table is still what its file held, or that never held a
+    // row: a server that never started leaves no file behind. Nor does one
+    // that leaves a journal for the next start to replay, which would then no
+    // longer continue the file.
     if (settings->GetPreferredListeningAddress().IsZero() || LeaseJournalRecovery::IsPending(leasesFilePath)) {
         return;
+    }
+    {
+        const std::lock_guard lock(leasesMutex);
+        const uint64_t fileVersion = syncedFile.path == leasesFilePath ? syncedFile.tableVersion : 0;
+        if (leases.GetVersion() == fileVersion) {
+            return;
+        }
     }
     try {
         SaveLeases();

@@ -49,8 +49,9 @@ void Settings::SetPreferredListeningAddress(const IPv4Address& newAddress)
     PRECONDITION(!newAddress.IsZero());
     PRECONDITION(addressManager != nullptr);
     preferredListeningAddress = newAddress;
-    addressManager->SetLeasesFilePath(Tools::GetTempDirectory() + LEASES_FILE_PREFIX + newAddress.ToString() +
-                                      LEASES_FILE_SUFFIX);
+    const std::string folder = leasesDirectory.empty() ? Tools::GetTempDirectory() : leasesDirectory;
+    addressManager->SetLeasesFilePath(
+        Tools::AppendToPath(folder, LEASES_FILE_PREFIX + newAddress.ToString() + LEASES_FILE_SUFFIX));
     try {
         addressManager->LoadLeases();
     } catch (const AppException& exception) {
@@ -127,6 +128,11 @@ void Settings::Load()
 void Settings::Load(const std::string& path)
 {
     SettingsFile(*this).Load(path);
+}
+
+void Settings::LoadWithoutWriting(const std::string& path)
+{
+    SettingsFile(*this).Load(path, SettingsFile::FileAccess::ReadOnly);
 }
 
 void Settings::Save() const

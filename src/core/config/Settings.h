@@ -77,12 +77,18 @@ public:
     // SettingsFilePartlyLoaded. Precondition: an address manager is set.
     void Load();
     void Load(const std::string& path);
+    // The same, but the file is only read: one with LF line ends stays so on
+    // disk. For a file that belongs to an administrator, not to the program.
+    void LoadWithoutWriting(const std::string& path);
     // Raises FileWritingError when the file cannot be written; the old file
     // stays intact then. Precondition: an address manager is set.
     void Save() const;
     void Save(const std::string& path) const;
 
     std::string GetSettingsFilePath() const { return settingsFilePath; }
+    // The folder of the lease files from the next SetPreferredListeningAddress
+    // on; empty (the default) means the folder of TEMP.
+    void SetLeasesDirectory(const std::string& folder) { leasesDirectory = folder; }
 
 private:
     // The file reader takes values over into the fields directly (the
@@ -105,4 +111,5 @@ private:
     bool loggingEnabled = false;
     bool logIgnoredDHCPMessages = false;
     std::string settingsFilePath = DEFAULT_SETTINGS_FILE;
+    std::string leasesDirectory;
 };

@@ -121,13 +121,17 @@ std::string SettingsFile::BuildText(const Settings& settings)
 
 SettingsFile::SettingsFile(Settings& settings) : settings(settings) {}
 
-void SettingsFile::Load(const std::string& path)
+void SettingsFile::Load(const std::string& path, FileAccess access)
 {
     PRECONDITION(settings.addressManager != nullptr);
     if (!Tools::FileExists(path)) {
         throw AppException(AppException::FileNotExists);
     }
-    Tools::NormalizeEOL(path);
+    if (access == FileAccess::RepairLineEnds) {
+        Tools::NormalizeEOL(path);
+    } else if (Tools::GetEOLStyle(path) == Tools::EOLUnknown) {
+        throw AppException(AppException::UnsupportedEOLStyle);
+    }
     const std::vector<std::string> lines = ReadLines(path);
 
     poolStartAddress = poolEndAddress = defaultGateway = IPv4Address();

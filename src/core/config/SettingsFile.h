@@ -42,6 +42,10 @@ public:
     // Precondition: the settings have an address manager.
     static void Save(const Settings& settings, const std::string& path);
 
+    // Whether Load may repair the line ends on disk. The lines read the same
+    // either way; ReadOnly only leaves the file as it was.
+    enum class FileAccess { RepairLineEnds, ReadOnly };
+
     explicit SettingsFile(Settings& settings);
 
     // Reads `path` into the settings and the reservations. Ends normally or
@@ -53,8 +57,9 @@ public:
     //                            store directly (log flags, log path, tray)
     //                            changed; or an invalid pool: all defaults;
     //   SettingsFilePartlyLoaded some lines were bad; the good ones are in force.
-    // A file with LF line ends is rewritten with CR LF on the way.
-    void Load(const std::string& path);
+    // A file with LF line ends is rewritten with CR LF on the way, unless
+    // `access` is ReadOnly; a file without any line end is refused either way.
+    void Load(const std::string& path, FileAccess access = FileAccess::RepairLineEnds);
 
 private:
     // The marker of a mask not yet seen; no real prefix length has it.

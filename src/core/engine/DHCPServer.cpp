@@ -15,8 +15,10 @@
 
 namespace {
 
-constexpr int MAJOR_VERSION = 1;
-constexpr int MINOR_VERSION = 0;
+// The project's version, handed in by the build so that the window, "--version"
+// and the package all name the same one.
+constexpr int MAJOR_VERSION = TARNVEL_VERSION_MAJOR;
+constexpr int MINOR_VERSION = TARNVEL_VERSION_MINOR;
 
 } // namespace
 
@@ -35,6 +37,8 @@ DHCPServer::DHCPServer(ServerPlatform serverPlatform) : platform(std::move(serve
     transactionManager = std::make_unique<TransactionManager>(platform.clock);
     addressManager = std::make_unique<AddressManager>(settings.get(), transactionManager.get(), platform.clock);
     settings->SetAddressManager(addressManager.get());
+    // Before the listener: choosing its address loads that address's lease file.
+    settings->SetLeasesDirectory(platform.leasesDirectory);
     logManager = std::make_unique<LogManager>(settings.get(), platform.clock);
     messageProcessor = std::make_unique<MessageProcessor>(addressManager.get(), settings.get(),
                                                           transactionManager.get(), logManager.get());
@@ -43,7 +47,8 @@ DHCPServer::DHCPServer(ServerPlatform serverPlatform) : platform(std::move(serve
 
     // "settings.cfg" and the default "log.txt" resolve in the data directory
     // from here on.
-    const std::string dataDirectory = Tools::GetDataDirectory();
+    const std::string dataDirectory =
+        platform.dataDirectory.empty() ? Tools::GetDataDirectory() : platform.dataDirectory;
     if (!Tools::DirectoryExists(dataDirectory)) {
         Tools::CreateDirectory(dataDirectory);
     }

@@ -21,6 +21,11 @@ struct ServerPlatform {
     std::function<bool()> canBindPrivilegedPort;
     // Null means the system clock. Must outlive the server.
     const Clock* clock = nullptr;
+    // The folder of settings.cfg and the default log, made the working
+    // directory; empty means Tools::GetDataDirectory(). Absolute when set.
+    std::string dataDirectory;
+    // The folder of the lease files; empty means Tools::GetTempDirectory().
+    std::string leasesDirectory;
 
     static ServerPlatform Linux();
 };

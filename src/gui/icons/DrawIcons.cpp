@@ -5,7 +5,8 @@
 //   QT_QPA_PLATFORM=offscreen build/src/gui/quorvy_draw_icons src/gui/icons
 //
 // The motif: one server box wired to two client boxes. Active pictures are
-// green, inactive ones grey, the logo and the desktop icon blue.
+// green, inactive ones grey, the logo and the desktop icon blue. The desktop
+// icon comes in the hicolor theme's sizes, app/quorvy_<size>.png.
 
 #include <QColor>
 #include <QDir>
@@ -86,11 +87,15 @@ int main(int argc, char* argv[])
         return 2;
     }
     const QString folder = QString::fromLocal8Bit(argv[1]);
-    const bool written = WritePicture(folder, "trayIconActive.png", 16, ACTIVE) &&
-                         WritePicture(folder, "trayIconInactive.png", 16, INACTIVE) &&
-                         WritePicture(folder, "windowIconActive.png", 32, ACTIVE) &&
-                         WritePicture(folder, "windowIconInactive.png", 32, INACTIVE) &&
-                         WritePicture(folder, "logo.png", 40, LOGO) &&
-                         WritePicture(folder, "quorvy.png", 128, LOGO);
+    bool written = WritePicture(folder, "trayIconActive.png", 16, ACTIVE) &&
+                   WritePicture(folder, "trayIconInactive.png", 16, INACTIVE) &&
+                   WritePicture(folder, "windowIconActive.png", 32, ACTIVE) &&
+                   WritePicture(folder, "windowIconInactive.png", 32, INACTIVE) &&
+                   WritePicture(folder, "logo.png", 40, LOGO);
+    // The same list as the install rule of src/gui/CMakeLists.txt.
+    for (const int size : {16, 24, 32, 48, 64, 128, 256}) {
+        written = written && QDir(folder).mkpath("app") &&
+                  WritePicture(folder, QString("app/quorvy_%1.png").arg(size), size, LOGO);
+    }
     return written ? 0 : 1;
 }

@@ -159,6 +159,12 @@ TEST(SettingsFileTest, LineEndsAreNormalizedAndAFileWithoutAnyIsRefused)
     // Lines the file leaves out give zero addresses, not the defaults.
     EXPECT_TRUE(lf.settings.GetDefaultGateway().IsZero() && lf.settings.GetDNSAddress1().IsZero());
     EXPECT_EQ(ReadText(folder.FilePath("settings.cfg")), PoolAnd(lines));
+    // Read only: the same settings, and the file keeps its LF line ends.
+    Server readOnly(folder);
+    WriteText(folder.FilePath("settings.cfg"), PoolAnd(lines, "\n"));
+    readOnly.settings.LoadWithoutWriting(folder.FilePath("settings.cfg"));
+    EXPECT_EQ(readOnly.Saved(), lf.Saved());
+    EXPECT_EQ(ReadText(folder.FilePath("settings.cfg")), PoolAnd(lines, "\n"));
     // Mixed line ends, and a last line without its end.
     Server mixed(folder);
     EXPECT_EQ(mixed.Load("PoolStartAddress 10.0.0.100\nPoolEndAddress 10.0.0.200\r\nSubnetMask 255.255.255.0\r\n"
@@ -171,6 +177,8 @@ TEST(SettingsFileTest, LineEndsAreNormalizedAndAFileWithoutAnyIsRefused)
     for (const std::string contents : {"LoggingEnabled True", ""}) {
         Server refused(folder);
         EXPECT_EQ(refused.Load(contents), AppException::UnsupportedEOLStyle);
+        EXPECT_EQ(CodeRaisedBy([&] { refused.settings.LoadWithoutWriting(folder.FilePath("settings.cfg")); }),
+                  AppException::UnsupportedEOLStyle);
         EXPECT_EQ(refused.Saved(), DEFAULT_FILE);
         EXPECT_EQ(ReadText(folder.FilePath("settings.cfg")), contents);
     }
