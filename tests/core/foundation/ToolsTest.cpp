@@ -39,7 +39,7 @@ TEST(ToolsTest, StringsIntegersAndArguments)
 
     EXPECT_EQ(AppException(AppException::ReceiveError).GetMessage(), "Receive error, listeing will be stopped");
     EXPECT_EQ(AppException::GetMessageForCode(42), "The file has unsupported End Of Line style");
-    for (const int code : {7, 8, 43, -1}) {
+    for (const int code : {7, 8, 44, -1}) {
         EXPECT_EQ(AppException::GetMessageForCode(code), "Unknown error") << code;
     }
 }
