@@ -4,8 +4,8 @@
 #   sudo bench/perf.sh [build-dir]        (default: build; builds nothing)
 #
 # Needs from the build dir: src/gui/quorvy, bench/FixedReplyResponder,
-# bench/LeaseFileLoad and bench/AllocationBench; perfdhcp (package kea-admin)
-# and nft (nftables).
+# bench/LeaseFileLoad and bench/AllocationBench; perfdhcp (package kea-admin),
+# kea-dhcp4 (package kea-dhcp4-server) and nft (nftables).
 #
 # All DHCP traffic stays inside two network namespaces this script creates and
 # removes (also on failure or interrupt): the server on one end of a veth pair,
@@ -30,13 +30,19 @@
 # medians printed):
 #   (a) the fixed-reply responder at flood: the floor of the load generator;
 #   (b) quorvy -m -s at RATE exchanges/s offered, CLIENTS distinct clients,
-#       logging off;  (c) the same with every event type logged;
+#       logging off (every lease change goes to the lease journal);
+#   (r) the fixed-reply responder and (k) ISC Kea (memfile, persist true, the
+#       same pool, its lease file in the run folder) at the same RATE, right
+#       after (b), so that the CPU per exchange of the three compares on the
+#       same machine at the same moment;  (c) quorvy with every event type logged;
 #   (d) quorvy at flood, and its ratio to (a); (a') and (d') the same with
 #       perfdhcp's multi-thread mode;
 #   (e) memory after MEMORY_EXCHANGES exchanges offered at RATE/s (at most
 #       MEMORY_SECONDS), logging off, then on: bytes per log item;
 #   (f) a lease file of LEASE_FILE_LEASES leases: its load time (LeaseFileLoad,
-#       median of 5) and the program's start-up to a bound socket with it;
+#       median of 5), the start-up step of the lease files with and without a
+#       4 MiB journal, and the program's start-up (to a bound port and a
+#       journal begun afresh) with the file, and with the file and that journal;
 #   (g) the allocation benchmark's ratio lines.
 # Server CPU is user + system time of all its threads (/proc/<pid>/stat) over
 # the perfdhcp run, divided by the completed exchanges. Peak memory is VmHWM.
@@ -44,7 +50,8 @@
 # Environment: DURATION (10), RUNS (3), RATE (8000), CLIENTS (60000),
 # THREAD_MODE (single: perfdhcp's -g for every case but (a') and (d')),
 # MEMORY_EXCHANGES (200000), MEMORY_SECONDS (60), LEASE_FILE_LEASES (60000),
-# SKIP_ALLOCATION_BENCH (0).
+# SKIP_ALLOCATION_BENCH (0), CASES (all: "a b r k c d a2 d2 e f g"; a subset
+# runs only those, e.g. CASES="b r k d a f").
 set -euo pipefail
 
 BUILD_DIR=$(realpath "${1:-build}")
@@ -61,6 +68,7 @@ MEMORY_SECONDS=${MEMORY_SECONDS:-60}
 LEASE_FILE_LEASES=${LEASE_FILE_LEASES:-60000}
 SKIP_ALLOCATION_BENCH=${SKIP_ALLOCATION_BENCH:-0}
 THREAD_MODE=${THREAD_MODE:-single}
+CASES=" ${CASES:-a b r k c d a2 d2 e f g} "
 SERVER_CPU=0
 CLIENT_CPU=1
 LATE_ANSWER_WAIT_US=1000000 # perfdhcp -W: answers still on their way at the end count
@@ -71,6 +79,7 @@ die() { echo "perf.sh: $*" >&2; exit 1; }
 [ "$(id -u)" = 0 ] || die "needs root (network namespaces, port 67)"
 command -v perfdhcp >/dev/null || die "perfdhcp missing (package kea-admin)"
 command -v nft >/dev/null || die "nft missing (package nftables)"
+command -v kea-dhcp4 >/dev/null || die "kea-dhcp4 missing (package kea-dhcp4-server)"
 command -v taskset >/dev/null || die "taskset missing (package util-linux)"
 for program in "$QUORVY" "$RESPONDER" "$LEASE_FILE_LOAD"; do
     [ -x "$program" ] || die "no $program; build first (cmake --build $BUILD_DIR)"
@@ -152,6 +161,7 @@ TEMPLATE_OPTIONS=(-T "$WORK/discover.hex" -T "$WORK/request.hex" -X 4 -O 33 -S 2
 RUN=0
 RUN_FOLDER=""
 START_MS=0 # launch to bound socket, of the last start
+LAUNCH_MS=0 # when the last server was launched
 
 now_ms() { echo $(($(date +%s%N) / 1000000)); }
 
@@ -160,6 +170,7 @@ now_ms() { echo $(($(date +%s%N) / 1000000)); }
 wait_until_bound() {
     local pid=$1 name=$2 started
     started=$(now_ms)
+    LAUNCH_MS=$started
     local deadline=$((started + START_TIMEOUT_S * 1000))
     while [ "$(now_ms)" -lt "$deadline" ]; do
         kill -0 "$pid" 2>/dev/null || break
@@ -207,16 +218,44 @@ write_settings() {
 
 # quorvy -m -s in a fresh folder: its settings and log there (the working
 # directory is its data directory), its lease file in temp/ ($TEMP). A lease
-# file given as $2 is placed there first.
+# file given as $2 is placed there first, and a journal given as $3 beside it.
 start_quorvy() {
-    local logging=$1 lease_file=${2:-}
+    local logging=$1 lease_file=${2:-} journal=${3:-}
     new_run_folder
     write_settings "$RUN_FOLDER" "$logging"
     [ -z "$lease_file" ] || cp "$lease_file" "$RUN_FOLDER/temp/"
+    [ -z "$journal" ] || cp "$journal" "$RUN_FOLDER/temp/$(basename "$lease_file").journal"
     (cd "$RUN_FOLDER" && exec taskset -c "$SERVER_CPU" env QT_QPA_PLATFORM=offscreen TEMP="$RUN_FOLDER/temp" \
         ip netns exec "$SERVER_NS" "$QUORVY" -m -s >"$RUN_FOLDER/server.out" 2>&1) &
     SERVER_PID=$!
     wait_until_bound "$SERVER_PID" quorvy
+}
+
+# ISC Kea's DHCPv4 server on the server end: memfile with persist true (each
+# lease change appended to its CSV lease file before the reply, not synced),
+# the same pool and lease time, logging errors only. Everything it writes,
+# pid and lock files included, stays in the run folder; it never runs as a
+# service and sees only the namespace's interface. Raw sockets, Kea's mode
+# for clients on its own link: its UDP socket cannot broadcast the replies.
+start_kea() {
+    new_run_folder
+    cat >"$RUN_FOLDER/kea-dhcp4.conf" <<EOF
+{ "Dhcp4": {
+    "interfaces-config": { "interfaces": [ "$SERVER_IF" ], "dhcp-socket-type": "raw" },
+    "lease-database": { "type": "memfile", "persist": true, "lfc-interval": 0,
+                        "name": "$RUN_FOLDER/kea-leases4.csv" },
+    "valid-lifetime": 3600,
+    "subnet4": [ { "id": 1, "subnet": "10.198.0.0/16",
+                   "pools": [ { "pool": "$POOL_START - $POOL_END" } ] } ],
+    "loggers": [ { "name": "kea-dhcp4", "severity": "ERROR",
+                   "output_options": [ { "output": "$RUN_FOLDER/kea.log" } ] } ]
+} }
+EOF
+    (cd "$RUN_FOLDER" && exec taskset -c "$SERVER_CPU" env KEA_PIDFILE_DIR="$RUN_FOLDER" \
+        KEA_LOCKFILE_DIR="$RUN_FOLDER" ip netns exec "$SERVER_NS" kea-dhcp4 -c "$RUN_FOLDER/kea-dhcp4.conf" \
+        >"$RUN_FOLDER/server.out" 2>&1) &
+    SERVER_PID=$!
+    wait_until_bound "$SERVER_PID" kea-dhcp4
 }
 
 # SIGTERM by PID, then wait; a server that does not end in time is killed
@@ -340,6 +379,18 @@ run_case() {
     print_case "$label" "$results"
 }
 
+# Whether case `$1` is among CASES.
+wanted() { [[ "$CASES" == *" $1 "* ]]; }
+# Case `$1`, titled `$2`, when wanted: run_case with the rest.
+case_if_wanted() {
+    local label=$1 title=$2
+    shift 2
+    wanted "$label" || return 0
+    echo "$title"
+    run_case "$label" "$@"
+}
+for label in a b r k c d a2 d2; do FIGURE[$label]="0 0 0 0"; done
+
 start_quorvy_quiet() { start_quorvy 0; }
 start_quorvy_logging() { start_quorvy 1; }
 
@@ -351,24 +402,20 @@ echo "  load average at start: $(cut -d' ' -f1-3 /proc/loadavg)"
 echo "  server on CPU $SERVER_CPU, perfdhcp on CPU $CLIENT_CPU (-g $THREAD_MODE); $RUNS runs of $DURATION s per case, $CLIENTS clients"
 echo
 
-echo "(a) fixed-reply responder, flood (the floor)"
-run_case a start_responder
-echo "(b) quorvy -m -s, $RATE exchanges/s offered, logging off"
-run_case b start_quorvy_quiet -r "$RATE"
-echo "(c) quorvy -m -s, $RATE exchanges/s offered, every event type logged"
-run_case c start_quorvy_logging -r "$RATE"
-echo "(d) quorvy -m -s, flood"
-run_case d start_quorvy_quiet
+case_if_wanted a "(a) fixed-reply responder, flood (the floor)" start_responder
+case_if_wanted b "(b) quorvy -m -s, $RATE exchanges/s offered, logging off" start_quorvy_quiet -r "$RATE"
+case_if_wanted r "(r) fixed-reply responder, $RATE exchanges/s offered" start_responder -r "$RATE"
+case_if_wanted k "(k) ISC Kea kea-dhcp4 $(kea-dhcp4 -v), memfile persist true, $RATE exchanges/s offered" start_kea -r "$RATE"
+case_if_wanted c "(c) quorvy -m -s, $RATE exchanges/s offered, every event type logged" start_quorvy_logging -r "$RATE"
+case_if_wanted d "(d) quorvy -m -s, flood" start_quorvy_quiet
 read -r floor_rate _ <<<"${FIGURE[a]}"
 read -r flood_rate _ <<<"${FIGURE[d]}"
 FLOOD_RATIO=$(awk -v q="$flood_rate" -v f="$floor_rate" 'BEGIN { printf "%.3f", (f == 0 ? 0 : q / f) }')
 echo "    flood ratio quorvy / responder: $FLOOD_RATIO"
 SELECTED_THREAD_MODE=$THREAD_MODE
 THREAD_MODE=multi
-echo "(a') fixed-reply responder, flood, perfdhcp in its multi-thread mode"
-run_case a2 start_responder
-echo "(d') quorvy -m -s, flood, perfdhcp in its multi-thread mode"
-run_case d2 start_quorvy_quiet
+case_if_wanted a2 "(a') fixed-reply responder, flood, perfdhcp in its multi-thread mode" start_responder
+case_if_wanted d2 "(d') quorvy -m -s, flood, perfdhcp in its multi-thread mode" start_quorvy_quiet
 THREAD_MODE=$SELECTED_THREAD_MODE
 read -r multi_floor_rate _ <<<"${FIGURE[a2]}"
 read -r multi_flood_rate _ <<<"${FIGURE[d2]}"
@@ -394,46 +441,74 @@ memory_run() {
     MEMORY[$logging]="$rss_start $rss_end $hwm $discovers $acks $items"
 }
 mib() { awk -v k="$1" 'BEGIN { printf "%.1f", k / 1024 }'; }
-echo "(e) memory, $MEMORY_EXCHANGES exchanges offered at $RATE/s (at most $MEMORY_SECONDS s)"
-memory_run 0
-read -r off_start off_end off_hwm off_started off_acks _ <<<"${MEMORY[0]}"
-echo "    logging off: $off_acks of $off_started exchanges completed; VmRSS $(mib "$off_start") MiB after the start, $(mib "$off_end") MiB at the end; VmHWM $(mib "$off_hwm") MiB"
-memory_run 1
-read -r on_start on_end on_hwm on_started on_acks on_items <<<"${MEMORY[1]}"
-echo "    logging on:  $on_acks of $on_started exchanges completed, $on_items log items; VmRSS $(mib "$on_start") MiB after the start, $(mib "$on_end") MiB at the end; VmHWM $(mib "$on_hwm") MiB"
-BYTES_PER_ITEM=$(awk -v a="$on_start" -v b="$on_end" -v c="$off_start" -v d="$off_end" -v n="$on_items" 'BEGIN {
-    if (n == 0) { print "n/a"; exit }
-    printf "%.0f", ((b - a) - (d - c)) * 1024 / n }')
-echo "    bytes per log item:       $BYTES_PER_ITEM (RSS growth with logging minus without, per line of the log file)"
+off_start=0 off_end=0 off_hwm=0 off_acks=0 BYTES_PER_ITEM=n/a
+if wanted e; then
+    echo "(e) memory, $MEMORY_EXCHANGES exchanges offered at $RATE/s (at most $MEMORY_SECONDS s)"
+    memory_run 0
+    read -r off_start off_end off_hwm off_started off_acks _ <<<"${MEMORY[0]}"
+    echo "    logging off: $off_acks of $off_started exchanges completed; VmRSS $(mib "$off_start") MiB after the start, $(mib "$off_end") MiB at the end; VmHWM $(mib "$off_hwm") MiB"
+    memory_run 1
+    read -r on_start on_end on_hwm on_started on_acks on_items <<<"${MEMORY[1]}"
+    echo "    logging on:  $on_acks of $on_started exchanges completed, $on_items log items; VmRSS $(mib "$on_start") MiB after the start, $(mib "$on_end") MiB at the end; VmHWM $(mib "$on_hwm") MiB"
+    BYTES_PER_ITEM=$(awk -v a="$on_start" -v b="$on_end" -v c="$off_start" -v d="$off_end" -v n="$on_items" 'BEGIN {
+        if (n == 0) { print "n/a"; exit }
+        printf "%.0f", ((b - a) - (d - c)) * 1024 / n }')
+    echo "    bytes per log item:       $BYTES_PER_ITEM (RSS growth with logging minus without, per line of the log file)"
+fi
 
-echo "(f) start-up with a lease file of $LEASE_FILE_LEASES leases"
-mkdir -p "$WORK/leasefile"
-TEMP=$WORK/leasefile taskset -c "$SERVER_CPU" "$LEASE_FILE_LOAD" "$SERVER_ADDRESS" "$POOL_START" "$LEASE_FILE_LEASES" 5 |
-    tee "$WORK/leasefile.out" | sed 's/^/    /'
-LEASE_LOAD_MS=$(awk '/median/ { print ($NF == "ms" ? $(NF - 1) : $NF) }' "$WORK/leasefile.out")
-LEASE_FILE=$(ls "$WORK"/leasefile/quorvy_leases_*.dat)
-# Launch to bound socket of RUNS fresh starts, with the lease file $1 or none.
-start_times() {
-    local file=$1 times=()
-    for _ in $(seq "$RUNS"); do
-        if [ -n "$file" ]; then start_quorvy 0 "$file"; else start_quorvy 0; fi
-        times+=("$START_MS")
-        stop_server
-    done
-    START_MEDIAN_MS=$(printf '%s\n' "${times[@]}" | sort -g | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }')
-    START_SUMMARY="$START_MEDIAN_MS ms (median; runs: ${times[*]})"
-}
-start_times ""
-echo "    quorvy -m -s, launch to bound socket, no lease file:      $START_SUMMARY"
-START_EMPTY_MS=$START_MEDIAN_MS
-start_times "$LEASE_FILE"
-echo "    quorvy -m -s, launch to bound socket, with that file:     $START_SUMMARY"
-START_EXTRA_MS=$((START_MEDIAN_MS - START_EMPTY_MS))
-echo "    the file adds to the program's start-up:                  $START_EXTRA_MS ms (difference of the medians)"
+LEASE_LOAD_MS=n/a
+JOURNAL_STEP_MS=n/a
+START_EXTRA_MS=n/a
+START_JOURNAL_MS=n/a
+if wanted f; then
+    echo "(f) start-up with a lease file of $LEASE_FILE_LEASES leases"
+    mkdir -p "$WORK/leasefile"
+    TEMP=$WORK/leasefile taskset -c "$SERVER_CPU" "$LEASE_FILE_LOAD" "$SERVER_ADDRESS" "$POOL_START" "$LEASE_FILE_LEASES" 5 |
+        tee "$WORK/leasefile.out" | sed 's/^/    /'
+    LEASE_LOAD_MS=$(awk '/^load of the lease file/ { print $(NF - 1) }' "$WORK/leasefile.out")
+    JOURNAL_STEP_MS=$(awk '/^the journal adds/ { print $(NF - 1) }' "$WORK/leasefile.out")
+    LEASE_FILE=$(ls "$WORK"/leasefile/quorvy_leases_*.dat)
+    # Launch to ready of RUNS fresh starts, with the lease file $1 or none,
+    # and the journal $2 beside it or none. Ready: the port is bound and the
+    # journal, replayed once the port is bound, has been begun afresh (a
+    # journal of its 64-byte header alone).
+    start_times() {
+        local file=$1 journal=${2:-} times=()
+        for _ in $(seq "$RUNS"); do
+            if [ -n "$file" ]; then start_quorvy 0 "$file" "$journal"; else start_quorvy 0; fi
+            local deadline=$((LAUNCH_MS + START_TIMEOUT_S * 1000))
+            until [ "$(stat -c %s "$RUN_FOLDER"/temp/quorvy_leases_*.dat.journal 2>/dev/null)" = 64 ] ||
+                [ "$(now_ms)" -gt "$deadline" ]; do
+                sleep 0.005
+            done
+            START_MS=$(($(now_ms) - LAUNCH_MS))
+            times+=("$START_MS")
+            # A journal the start could not use would make the figure meaningless.
+            grep -h '^quorvy:' "$RUN_FOLDER/server.out" | sed 's/^/    (start) /' || true
+            stop_server
+        done
+        START_MEDIAN_MS=$(printf '%s\n' "${times[@]}" | sort -g | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }')
+        START_SUMMARY="$START_MEDIAN_MS ms (median; runs: ${times[*]})"
+    }
+    start_times ""
+    echo "    quorvy -m -s, launch to ready, no lease file:           $START_SUMMARY"
+    START_EMPTY_MS=$START_MEDIAN_MS
+    start_times "$LEASE_FILE"
+    echo "    quorvy -m -s, launch to ready, with that file:          $START_SUMMARY"
+    START_EXTRA_MS=$((START_MEDIAN_MS - START_EMPTY_MS))
+    echo "    the file adds to the program's start-up:                  $START_EXTRA_MS ms (difference of the medians)"
+    START_FILE_MS=$START_MEDIAN_MS
+    start_times "$LEASE_FILE" "$LEASE_FILE.journal.sample"
+    echo "    quorvy -m -s, launch to ready, file and 4 MiB journal: $START_SUMMARY"
+    START_JOURNAL_MS=$((START_MEDIAN_MS - START_FILE_MS))
+    echo "    the journal adds to the program's start-up:               $START_JOURNAL_MS ms (difference of the medians)"
+fi
 
-echo "(g) allocation benchmark"
 ALLOCATION_LINES=""
-if [ "$SKIP_ALLOCATION_BENCH" = 1 ]; then
+wanted g && echo "(g) allocation benchmark"
+if ! wanted g; then
+    :
+elif [ "$SKIP_ALLOCATION_BENCH" = 1 ]; then
     echo "    skipped (SKIP_ALLOCATION_BENCH=1)"
 elif [ ! -x "$ALLOCATION_BENCH" ]; then
     echo "    no $ALLOCATION_BENCH (Google Benchmark missing at configure time?)"
@@ -453,9 +528,14 @@ fi
 
 read -r b_rate b_lost b_cpu _ <<<"${FIGURE[b]}"
 read -r c_rate c_lost c_cpu _ <<<"${FIGURE[c]}"
+read -r r_rate r_lost r_cpu _ <<<"${FIGURE[r]}"
+read -r k_rate k_lost k_cpu _ <<<"${FIGURE[k]}"
+ratio() { awk -v a="$1" -v b="$2" 'BEGIN { if (b == 0) print "n/a"; else printf "%.2f", a / b }'; }
 echo
 echo "Summary (targets in brackets; not asserted)"
 echo "  1. $RATE/s offered, logging off: $b_rate exchanges/s, $b_lost % incomplete [0], $b_cpu µs CPU per exchange [<= 45]"
+echo "     beside it at $RATE/s: responder $r_cpu µs ($r_lost % incomplete), Kea $k_cpu µs ($k_lost % incomplete);" \
+    "quorvy / responder $(ratio "$b_cpu" "$r_cpu") [<= 1.5], quorvy / Kea $(ratio "$b_cpu" "$k_cpu") [<= 0.5]"
 echo "     $RATE/s offered, logging on:  $c_rate exchanges/s, $c_lost % incomplete [0], $c_cpu µs CPU per exchange [<= 60]"
 echo "  2. flood: quorvy $flood_rate exchanges/s, responder $floor_rate; ratio $FLOOD_RATIO [>= 0.90]"
 echo "     (perfdhcp -g $THREAD_MODE; in its multi-thread mode: quorvy $multi_flood_rate, responder $multi_floor_rate;" \
@@ -470,4 +550,5 @@ fi
 echo "  4. memory after $off_acks completed exchanges (of $MEMORY_EXCHANGES offered), logging off: VmRSS $(mib "$off_end") MiB, VmHWM $(mib "$off_hwm") MiB [< 64]"
 echo "     logging on: $BYTES_PER_ITEM bytes per log item"
 echo "  5. load of a $LEASE_FILE_LEASES-lease file: $LEASE_LOAD_MS ms [< 100]; in the program's start-up: +$START_EXTRA_MS ms"
+echo "     a 4 MiB journal beside it: +$JOURNAL_STEP_MS ms in the start-up step [< 150], +$START_JOURNAL_MS ms in the program's start-up"
 echo "  load average at end: $(cut -d' ' -f1-3 /proc/loadavg)"

@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
-# Builds the libFuzzer targets with clang (ASan + UBSan) into build-fuzz/ and
-# runs each for a bounded time: FUZZ_SECONDS (default 60) for the datagram
-# parser, a third of that for the others. A crash fails the script.
+# Builds the libFuzzer targets (tests/fuzz/*Fuzzer.cpp: datagrams, the engine,
+# the lease file, the lease journal, the settings file) with clang (ASan +
+# UBSan) into build-fuzz/ and runs each for a bounded time: FUZZ_SECONDS
+# (default 60) for the datagram parser, a third of that for the others. A
+# crash fails the script.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${FUZZ_SECONDS:-60}

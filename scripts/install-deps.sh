@@ -19,6 +19,8 @@ packages=(
   iproute2 procps busybox isc-dhcp-client dhcpcd5 kea-admin nftables tcpdump util-linux
   systemd
   xvfb xauth sudo
+  # bench/perf.sh runs kea-dhcp4 itself, inside its namespaces
+  kea-dhcp4-server
 )
 
 missing=()
@@ -34,4 +36,8 @@ if [ ${#missing[@]} -gt 0 ]; then
   export DEBIAN_FRONTEND=noninteractive
   apt-get update
   apt-get install -y --no-install-recommends "${missing[@]}"
+  # The package's own service must never answer on the machine's interfaces.
+  if [[ " ${missing[*]} " == *" kea-dhcp4-server "* ]] && command -v systemctl >/dev/null; then
+    systemctl disable --now kea-dhcp4-server 2>/dev/null || true
+  fi
 fi

@@ -18,10 +18,15 @@
 #include <QEvent>
 #include <QFont>
 #include <QMenu>
+#include <QTimer>
 
 #include <string>
 
 namespace {
+
+// How often the window looks for the engine's storage warnings while the
+// server runs: soon enough for a box, rare enough to cost nothing.
+constexpr int STORAGE_WARNING_POLL_MS = 1000;
 
 // The form's texts are ASCII by nature; anything else fails the parsers.
 std::string ToAscii(const QString& text)
@@ -81,6 +86,11 @@ MainWindow::MainWindow(const std::function<std::unique_ptr<DHCPServer>()>& makeS
         ui->actionToggleMinimizeToTray->setChecked(minimizeToTray);
         LoadSettings();
         FillForm();
+        // The engine never calls the window: its storage warnings wait in a
+        // queue that this timer looks at while the server runs.
+        storageWarningTimer = new QTimer(this);
+        storageWarningTimer->setInterval(STORAGE_WARNING_POLL_MS);
+        connect(storageWarningTimer, &QTimer::timeout, this, &MainWindow::ShowStorageWarnings);
     } catch (const AppException& exception) {
         ShowProgramStartFailure(exception);
         throw AppException(exception.GetCode());
@@ -246,6 +256,7 @@ void MainWindow::on_pushButtonStartStop_clicked()
 {
     if (dhcpServer->IsRunning()) {
         ui->pushButtonStartStop->setEnabled(false);
+        storageWarningTimer->stop();
         dhcpServer->Stop();
         SetWindowIcons(windowIconInactive);
         trayIcon->setIcon(trayIconInactive);
@@ -261,6 +272,7 @@ void MainWindow::on_pushButtonStartStop_clicked()
                 // A settings file that cannot be written does not stop the start.
             }
             dhcpServer->Start();
+            storageWarningTimer->start();
             SetWindowIcons(windowIconActive);
             trayIcon->setIcon(trayIconActive);
             ui->pushButtonStartStop->setText(tr("Zatrzymaj serwer"));
@@ -270,6 +282,48 @@ void MainWindow::on_pushButtonStartStop_clicked()
         }
     }
     SetFormEnabled(!dhcpServer->IsRunning());
+    // A damaged journal found by the start is told at once.
+    ShowStorageWarnings();
+}
+
+QString MainWindow::StorageWarningText(const StorageWarnings::Warning& warning)
+{
+    const QString path = QString::fromStdString(warning.path);
+    switch (warning.kind) {
+    case StorageWarnings::Kind::WriteFailed:
+        return tr("Nie można zapisywać dziennika dzierżaw (%1: %2). Serwer nadal odpowiada klientom, ale "
+                  "dzierżawy przyznane od tej chwili przepadną, jeśli program zakończy się bez "
+                  "zatrzymania serwera. Zwolnij miejsce na dysku; zapis zostanie ponowiony samoczynnie.")
+            .arg(path, QString::fromStdString(warning.detail));
+    case StorageWarnings::Kind::JournalDamaged:
+        return tr("Dziennik dzierżaw był uszkodzony. Przywrócono dzierżawy zapisane przed uszkodzeniem, "
+                  "a uszkodzony dziennik zachowano jako %1.")
+            .arg(path);
+    case StorageWarnings::Kind::JournalNotContinuing:
+        return tr("Dziennik dzierżaw nie pasuje do pliku dzierżaw obok niego, więc go nie odtworzono. "
+                  "Zachowano go jako %1.")
+            .arg(path);
+    case StorageWarnings::Kind::WriteRecovered:
+        break; // Standard error has it; the episode's box said what to do.
+    }
+    return QString();
+}
+
+void MainWindow::ShowStorageWarnings()
+{
+    // The box runs its own event loop, in which this timer fires again; the
+    // warnings that come meanwhile wait for the next look.
+    if (showingStorageWarning) {
+        return;
+    }
+    showingStorageWarning = true;
+    for (const StorageWarnings::Warning& warning : dhcpServer->TakeStorageWarnings()) {
+        const QString text = StorageWarningText(warning);
+        if (!text.isEmpty()) {
+            ShowMessage(this, text, QMessageBox::Warning);
+        }
+    }
+    showingStorageWarning = false;
 }
 
 // ---- Construction ----------------------------------------------------------
@@ -457,6 +511,9 @@ void MainWindow::ShowStartFailure(const AppException& exception)
 {
     if (exception.GetCode() == AppException::CannotBindSocket) {
         ShowMessage(this, tr("Nie udało się uruchomić nasłuchiwania na porcie 67!"), QMessageBox::Critical);
+    } else if (exception.GetCode() == AppException::LeaseFileInUse) {
+        ShowMessage(this, tr("Plik dzierżaw tego adresu jest używany przez inny działający serwer!"),
+                    QMessageBox::Critical);
     } else if (IsSettingsCode(exception.GetCode())) {
         ShowMessage(this, tr("Nie można uruchomić serwera, ponieważ ustawienia są niepoprawne!"),
                     QMessageBox::Critical);

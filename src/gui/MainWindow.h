@@ -2,6 +2,7 @@
 
 #include "WindowBase.h"
 
+#include "allocation/StorageWarnings.h"
 #include "engine/ServerPlatform.h"
 
 #include <QIcon>
@@ -18,6 +19,7 @@ class QAction;
 class QEvent;
 class QLineEdit;
 class QMenu;
+class QTimer;
 
 namespace Ui {
 class MainWindow;
@@ -60,6 +62,9 @@ private slots:
     void on_actionAdditionalOptions_triggered();
     void on_actionAddressReservations_triggered();
     void on_pushButtonStartStop_clicked();
+    // Shows what the engine has reported about the lease files since the
+    // last look; polled by storageWarningTimer while the server runs.
+    void ShowStorageWarnings();
 
 private:
     MainWindow(const std::function<std::unique_ptr<DHCPServer>()>& makeServer, QWidget* parent);
@@ -77,6 +82,8 @@ private:
     void HideToTray();
     void UpdateLogActions();
     void ShowStartFailure(const AppException& exception);
+    // The box text of a storage warning; empty for one that needs no box.
+    static QString StorageWarningText(const StorageWarnings::Warning& warning);
     void ShowProgramStartFailure(const AppException& exception);
 
     std::unique_ptr<Ui::MainWindow> ui;
@@ -94,4 +101,6 @@ private:
     QAction* trayActionShowWindow = nullptr;
     QAction* trayActionQuit = nullptr;
     QAction* trayActionStartStop = nullptr;
+    QTimer* storageWarningTimer = nullptr; // child of the window
+    bool showingStorageWarning = false;
 };

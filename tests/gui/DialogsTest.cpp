@@ -3,6 +3,7 @@
 // window. Timers are not waited for: the views' refresh is invoked directly.
 
 #include "support/GuiTest.h"
+#include "support/TestHardware.h"
 
 #include "LeasesDialog.h"
 #include "LogBrowserDialog.h"
@@ -87,12 +88,6 @@ struct ModelChanges {
     int others = 0;
 };
 
-HardwareAddress Client(int number)
-{
-    const uint8_t bytes[6] = {0x02, 0, 0, static_cast<uint8_t>(number >> 16), static_cast<uint8_t>(number >> 8),
-                              static_cast<uint8_t>(number)};
-    return HardwareAddress(bytes, 6, HardwareAddress::Ethernet10Mb);
-}
 
 void Refresh(QObject* view)
 {
@@ -329,7 +324,7 @@ private slots:
     {
         AddressManager* addresses = server->GetAddressManager();
         const auto lease = [addresses](int host, int32_t duration) {
-            addresses->AddLease(Client(host), IPv4Address(10, 77, host / 256, host % 256), duration);
+            addresses->AddLease(TestHardware(host), IPv4Address(10, 77, host / 256, host % 256), duration);
         };
         for (int host = 1; host <= 300; ++host) {
             lease(host, host == 3 ? 1 : 3600);
@@ -395,7 +390,7 @@ private slots:
         int clients = 0;
         const auto add = [log, &clients](int count) {
             for (const int end = clients + count; clients < end; ++clients) {
-                log->AddLogItem(DHCPDiscoverReceived, Client(clients), std::nullopt, false);
+                log->AddLogItem(DHCPDiscoverReceived, TestHardware(clients), std::nullopt, false);
             }
         };
         add(200);

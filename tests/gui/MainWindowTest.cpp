@@ -4,11 +4,14 @@
 #include "support/GuiTest.h"
 
 #include "MainWindow.h"
+#include "allocation/LeaseJournal.h"
+#include "allocation/StorageWarnings.h"
 
 #include "foundation/AppException.h"
 #include "log/LogItem.h"
 
 #include <QCheckBox>
+#include <QDir>
 #include <QTranslator>
 #include <QXmlStreamReader>
 #include <QtTest>
@@ -130,6 +133,33 @@ private slots:
         QVERIFY(Probe().Action("actionAddressReservations")->isEnabled());
         // A valid form is saved even when the port cannot be had.
         QCOMPARE(environment->ReadFile("settings.cfg").contains("10.77.0.199"), openFailure != 0);
+    }
+
+    // What the engine found wrong with the lease files reaches the window.
+    void leaseFileTroubleAtStartShowsItsBox()
+    {
+        Probe().EnterValidForm();
+        const QString leaseFile = QStringLiteral("quorvy_leases_%1.dat").arg(QString::fromStdString(
+            GuiTestEnvironment::FIRST_ADDRESS.ToString()));
+        {
+            // Another program holds the lease file: a critical box, no start.
+            StorageWarnings warnings;
+            LeaseJournal other(QDir(qEnvironmentVariable("TEMP")).filePath(leaseFile).toStdString(), &warnings);
+            other.Lock();
+            Probe().StartStopButton()->click();
+            QCOMPARE(watcher->OnlyBox().icon, QMessageBox::Critical);
+            QCOMPARE(watcher->OnlyBox().text,
+                     QStringLiteral("Plik dzierżaw tego adresu jest używany przez inny działający serwer!"));
+            QVERIFY(!environment->network.IsOpen());
+        }
+        watcher->boxes.clear();
+        // A damaged journal: the start goes on, with a warning naming where it went.
+        environment->WriteFile(leaseFile + ".journal", QByteArray(100, 'x'));
+        Probe().StartStopButton()->click();
+        QVERIFY(environment->network.IsOpen());
+        QCOMPARE(watcher->OnlyBox().icon, QMessageBox::Warning);
+        QVERIFY(watcher->OnlyBox().text.startsWith(QStringLiteral("Dziennik dzierżaw był uszkodzony.")));
+        QVERIFY(watcher->OnlyBox().text.contains(leaseFile + ".journal.damaged."));
     }
 
     void startAndStopSwitchTextsIconsAndForm()

@@ -1,5 +1,7 @@
 #include "allocation/AddressManager.h"
 
+#include "allocation/LeaseJournal.h"
+#include "allocation/LeaseJournalRecovery.h"
 #include "config/Settings.h"
 #include "engine/TransactionManager.h"
 #include "foundation/AppException.h"
@@ -15,6 +17,21 @@
 #include <system_error>
 
 namespace {
+
+// Hands one change of the table to the journal, or the whole table when the
+// journal has lost records and wants it; called with the table's lock held.
+template <typename Record>
+void Journal(LeaseJournal* journal, const LeaseTable& leases, Record record)
+{
+    if (journal == nullptr) {
+        return;
+    }
+    if (journal->WantsSnapshot()) {
+        journal->RecordSnapshot(leases.Rows());
+    } else {
+        record(*journal);
+    }
+}
 
 bool IsRegularFile(const std::string& path)
 {
@@ -40,8 +57,10 @@ AddressManager::~AddressManager()
 {
     // A run that never learned a listening address writes nothing, and so
     // does one whose table is still what its file held, or that never held a
-    // row: a server that never started leaves no file behind.
-    if (settings->GetPreferredListeningAddress().IsZero()) {
+    // row: a server that never started leaves no file behind. Nor does one
+    // that leaves a journal for the next start to replay, which would then no
+    // longer continue the file.
+    if (settings->GetPreferredListeningAddress().IsZero() || LeaseJournalRecovery::IsPending(leasesFilePath)) {
         return;
     }
     {
@@ -191,8 +210,10 @@ void AddressManager::AddLease(const HardwareAddress& hardwareAddress, const IPv4
     leases.Reserve(ExpectedLeaseCount());
     // Whoever held this address loses the row; the new one goes to the end.
     leases.EraseFirstByIPAddress(address);
-    leases.Append(Lease(hardwareAddress, address, duration, now));
+    const Lease lease(hardwareAddress, address, duration, now);
+    leases.Append(lease);
     freeAddresses.Refresh(address.ToUint32(), leases, addressReservations, now);
+    Journal(journal, leases, [&](LeaseJournal& target) { target.RecordAdd(lease); });
 }
 
 size_t AddressManager::ExpectedLeaseCount() const
@@ -213,16 +234,24 @@ void AddressManager::RemoveLease(const IPv4Address& address)
 
 void AddressManager::EraseLeaseLocked(const IPv4Address& address)
 {
+    if (leases.FindFirstByIPAddress(address) == LeaseTable::NOT_FOUND) {
+        return;
+    }
     leases.EraseFirstByIPAddress(address);
     freeAddresses.Refresh(address.ToUint32(), leases, addressReservations, clock->Now());
+    Journal(journal, leases, [&](LeaseJournal& target) { target.RecordErase(address); });
 }
 
 void AddressManager::ReleaseLease(const IPv4Address& address)
 {
     const std::lock_guard lock(leasesMutex);
     const int64_t now = clock->Now();
+    if (leases.FindFirstByIPAddress(address) == LeaseTable::NOT_FOUND) {
+        return;
+    }
     leases.ExpireFirstByIPAddress(address, now);
     freeAddresses.Refresh(address.ToUint32(), leases, addressReservations, now);
+    Journal(journal, leases, [&](LeaseJournal& target) { target.RecordExpire(address, now); });
 }
 
 size_t AddressManager::GetLeaseCount() const
@@ -295,7 +324,24 @@ void AddressManager::SaveLeases()
     SaveLeases(leasesFilePath);
 }
 
+bool AddressManager::TrySaveLeases()
+{
+    return TrySaveLeases(leasesFilePath);
+}
+
+void AddressManager::AttachJournal(LeaseJournal* newJournal)
+{
+    const std::lock_guard lock(leasesMutex);
+    journal = newJournal;
+}
+
 void AddressManager::SaveLeases(const std::string& path)
+{
+    // Silent on failure: the old file stays, and the next stop tries again.
+    TrySaveLeases(path);
+}
+
+bool AddressManager::TrySaveLeases(const std::string& path)
 {
     std::vector<Lease> rows;
     uint64_t version = 0;
@@ -305,12 +351,13 @@ void AddressManager::SaveLeases(const std::string& path)
         version = leases.GetVersion();
     }
     const ByteString data = Encode(rows);
-    // Silent on failure: the old file stays, and the next stop tries again.
-    if (Tools::ReplaceFileContents(path, std::string(data.begin(), data.end()))) {
-        const std::string fingerprint = Tools::FileFingerprint(path);
-        const std::lock_guard lock(leasesMutex);
-        syncedFile = {path, fingerprint, version};
+    if (!Tools::ReplaceFileContents(path, std::string(data.begin(), data.end()))) {
+        return false;
     }
+    const std::string fingerprint = Tools::FileFingerprint(path);
+    const std::lock_guard lock(leasesMutex);
+    syncedFile = {path, fingerprint, version};
+    return true;
 }
 
 ByteString AddressManager::SerializeLeases() const
@@ -321,27 +368,18 @@ ByteString AddressManager::SerializeLeases() const
 
 ByteString AddressManager::Encode(const std::vector<Lease>& rows)
 {
-    std::vector<ByteString> items;
-    items.reserve(rows.size());
-    for (const Lease& lease : rows) {
-        items.push_back(lease.Serialize());
-    }
-    return Serializable::SerializeGroup(items);
+    return Lease::SerializeRows(rows);
 }
 
 void AddressManager::UnserializeLeases(const ByteString& data)
 {
     // Every row is decoded, in place, before the table is touched: damaged
     // data raises FileReadingError and leaves the table as it was.
-    constexpr size_t SMALLEST_RECORD = 44; // four items, no hardware bytes
-    std::vector<Lease> rows;
-    rows.reserve(data.size() / SMALLEST_RECORD);
-    GroupReader reader(data.data(), data.size());
-    const uint8_t* item = nullptr;
-    size_t size = 0;
-    while (reader.Next(item, size)) {
-        rows.emplace_back(item, size);
-    }
+    ReplaceLeases(Lease::UnserializeRows(data.data(), data.size()));
+}
+
+void AddressManager::ReplaceLeases(std::vector<Lease> rows)
+{
     const std::lock_guard lock(leasesMutex);
     leases.Assign(std::move(rows));
     // Rebuilt at the next choice, so that loading stays a plain copy.

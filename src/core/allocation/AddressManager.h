@@ -15,6 +15,7 @@
 #include <vector>
 
 class DHCPMessage;
+class LeaseJournal;
 class Settings;
 class TransactionManager;
 
@@ -76,6 +77,16 @@ public:
     ByteString SerializeLeases() const;
     // Takes the bytes apart completely before it replaces any row.
     void UnserializeLeases(const ByteString& data);
+    // Replaces every row, as a load does.
+    void ReplaceLeases(std::vector<Lease> rows);
+    // The same, false when the file could not be written.
+    bool TrySaveLeases();
+    bool TrySaveLeases(const std::string& path);
+
+    // ---- Lease journal ----
+    // From now on every change of the lease table is recorded in `journal`
+    // (null: none), before the operation that makes it returns. Not owned.
+    void AttachJournal(LeaseJournal* journal);
 
     // ---- Reservations ----
     size_t GetReservationCount() const;
@@ -107,6 +118,7 @@ private:
     LeaseTable leases;
     FreeAddressIndex freeAddresses;
     mutable std::mutex leasesMutex;
+    LeaseJournal* journal = nullptr; // guarded by leasesMutex
     ReservationTable addressReservations;
     Settings* settings;
     TransactionManager* transactionManager;

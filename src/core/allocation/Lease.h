@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 // A hardware address holds an IP address from startTime for duration seconds.
 // Active, expired and released all follow from the two times and the clock.
@@ -15,6 +16,8 @@
 // address (4 bytes of type, then its bytes) and the four address octets.
 class Lease : public Serializable {
 public:
+    // No client, 0.0.0.0, start 0, duration 0.
+    Lease() = default;
     // startTime is `now`, seconds since the epoch.
     Lease(const HardwareAddress& hardwareAddress, const IPv4Address& ipAddress, int32_t duration, int64_t now);
     // Raise FileReadingError for bytes that are not a well-formed lease.
@@ -37,6 +40,12 @@ public:
     // moment its 32-bit remaining time wraps round to positive (up to some 68
     // years on).
     int64_t GetNextStateChange(int64_t now) const;
+
+    // A table of leases as the lease file holds it: a group of the rows'
+    // serialized forms, in order.
+    static ByteString SerializeRows(const std::vector<Lease>& rows);
+    // The reverse; raises FileReadingError for damaged data.
+    static std::vector<Lease> UnserializeRows(const uint8_t* data, size_t size);
 
     ByteString Serialize() const override;
     // Raises FileReadingError and leaves the lease unchanged on damaged data.

@@ -1,6 +1,7 @@
 #include "engine/DHCPServer.h"
 
 #include "allocation/AddressManager.h"
+#include "allocation/LeaseJournal.h"
 #include "config/Settings.h"
 #include "engine/Listener.h"
 #include "engine/MessageProcessor.h"
@@ -74,8 +75,17 @@ void DHCPServer::Start()
     if (!settings->IsValid()) {
         throw AppException(AppException::ServerSettingsNotValid);
     }
-    // Choosing the listening address loads that address's lease file.
-    listener->Start();
+    // Choosing the listening address loads that address's lease file; the
+    // journal beside it is locked and replayed before anything is received.
+    try {
+        listener->Start([this] { OpenLeaseJournal(); });
+    } catch (...) {
+        if (leaseJournal) {
+            addressManager->AttachJournal(nullptr);
+            leaseJournal.reset(); // Stays on disk for the next start.
+        }
+        throw;
+    }
     const IPv4Address listeningAddress = listener->GetListeningAddress();
     if (settings->GetLoggingEnabled()) {
         logManager->AddLogItem(ServerStart, std::nullopt, listeningAddress, false);
@@ -99,8 +109,22 @@ void DHCPServer::Stop()
     if (logManager->IsSavingThreadRunning()) {
         logManager->StopSavingThread();
     }
-    addressManager->SaveLeases();
+    // A compaction under way ends before the save.
+    leaseJournal->StopBackground();
+    addressManager->AttachJournal(nullptr);
+    leaseJournal->Finish(addressManager->TrySaveLeases());
+    leaseJournal.reset();
     running = false;
+}
+
+void DHCPServer::OpenLeaseJournal()
+{
+    leaseJournal = LeaseJournal::Open(*addressManager, storageWarnings);
+}
+
+std::vector<StorageWarnings::Warning> DHCPServer::TakeStorageWarnings()
+{
+    return storageWarnings.Take();
 }
 
 Settings* DHCPServer::GetSettings()

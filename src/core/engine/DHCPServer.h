@@ -1,5 +1,6 @@
 #pragma once
 
+#include "allocation/StorageWarnings.h"
 #include "engine/ServerPlatform.h"
 #include "foundation/IPv4Address.h"
 
@@ -8,6 +9,7 @@
 #include <vector>
 
 class AddressManager;
+class LeaseJournal;
 class Listener;
 class LogManager;
 class MessageProcessor;
@@ -32,10 +34,13 @@ public:
     DHCPServer& operator=(const DHCPServer&) = delete;
 
     // Precondition: not running. Raises ServerSettingsNotValid, CannotBindSocket,
-    // CannotDetermineInterfaceName, InvalidListeningAddresses, NoAddressToListenOn;
-    // the server stays stopped then.
+    // CannotDetermineInterfaceName, InvalidListeningAddresses, NoAddressToListenOn,
+    // LeaseFileInUse (another process serves from the same lease file); the
+    // server stays stopped then. Once the port is bound, the lease journal is
+    // locked and replayed before the first datagram is read.
     void Start();
-    // Precondition: running.
+    // Precondition: running. Saves the lease file and, when that worked,
+    // removes the journal.
     void Stop();
     bool IsRunning() const { return running; }
 
@@ -47,10 +52,18 @@ public:
     // The address the listener has chosen (and binds at the next start).
     IPv4Address GetListeningAddress() const;
 
+    // Problems with the lease files since the last call, oldest first: for the
+    // window to show. Never blocks on the engine's threads for long.
+    std::vector<StorageWarnings::Warning> TakeStorageWarnings();
+
     // "1.0"
     static std::string GetVersion();
 
 private:
+    // Locks the journal of the lease file in use, redoes what it holds and
+    // starts it afresh; raises LeaseFileInUse.
+    void OpenLeaseJournal();
+
     bool running = false;
     ServerPlatform platform;
     std::unique_ptr<Settings> settings;
@@ -59,4 +72,6 @@ private:
     std::unique_ptr<LogManager> logManager;
     std::unique_ptr<MessageProcessor> messageProcessor;
     std::unique_ptr<Listener> listener;
+    StorageWarnings storageWarnings;
+    std::unique_ptr<LeaseJournal> leaseJournal; // while running
 };

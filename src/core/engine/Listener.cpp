@@ -52,10 +52,19 @@ Listener::~Listener()
     }
 }
 
-void Listener::Start()
+void Listener::Start(const std::function<void()>& beforeReceiving)
 {
     PRECONDITION(!started);
     OpenSocket();
+    if (beforeReceiving) {
+        try {
+            beforeReceiving();
+        } catch (...) {
+            socket->Close();
+            socket.reset();
+            throw;
+        }
+    }
     // Set before the thread exists: the thread leaves at once if it finds it false.
     listening.store(true);
     try {

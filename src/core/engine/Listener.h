@@ -6,6 +6,7 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -47,7 +48,9 @@ public:
     // again, binds port 67 and starts the receive thread. Raises
     // CannotDetermineInterfaceName, CannotBindSocket, InvalidListeningAddresses,
     // NoAddressToListenOn; nothing is left open or running then.
-    void Start();
+    // `beforeReceiving`, when given, runs once the port is bound and before
+    // the first datagram is read; what it raises leaves the port closed.
+    void Start(const std::function<void()>& beforeReceiving = {});
     // Precondition: started. Ends the receive thread and releases the port;
     // returns once the message in hand, if any, has been handled. After a
     // receive error has ended listening from inside the thread, this only

@@ -6,7 +6,7 @@
 namespace {
 
 // Indexed by code. Empty entries are the unassigned positions.
-constexpr std::array<std::string_view, 43> messages = {
+constexpr std::array<std::string_view, 44> messages = {
     "Cannot create listening socket",
     "Cannot initialize WinSock",
     "Cannot bind the socket",
@@ -50,6 +50,7 @@ constexpr std::array<std::string_view, 43> messages = {
     "File reading error",
     "File writing error",
     "The file has unsupported End Of Line style",
+    "The lease file is in use by another server",
 };
 
 } // namespace

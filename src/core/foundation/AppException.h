@@ -51,6 +51,7 @@ public:
         FileReadingError = 40,
         FileWritingError = 41,
         UnsupportedEOLStyle = 42,
+        LeaseFileInUse = 43,
     };
 
     explicit AppException(int32_t code) : code(code) {}

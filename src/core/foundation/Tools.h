@@ -3,6 +3,7 @@
 #include "foundation/ByteString.h"
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -90,6 +91,14 @@ bool ReadWholeFile(const std::string& path, std::string& contents);
 // link to the rewritten file. Returns false (and leaves the old file) on any
 // failure.
 bool ReplaceFileContents(const std::string& path, const std::string& contents);
+// The same, with `beforeRename` called once the new contents are on disk under
+// their temporary name and before they take the place of the old file; when
+// it returns false nothing is replaced and the result is false.
+bool ReplaceFileContents(const std::string& path, const std::string& contents,
+                         const std::function<bool()>& beforeRename);
+// Makes the latest creations, renames and removals of names in the folder of
+// `path` durable; false when the folder cannot be synced.
+bool SyncFolderOf(const std::string& path);
 
 // ---- Process ---------------------------------------------------------------
 

@@ -115,16 +115,6 @@ std::string ResolveLinks(const std::string& path)
 }
 
 // Makes a completed rename durable; a failure only weakens that guarantee.
-void SyncFolderOf(const std::string& path)
-{
-    const auto folder = std::filesystem::path(path).parent_path();
-    const int descriptor = ::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY);
-    if (descriptor >= 0) {
-        ::fsync(descriptor);
-        ::close(descriptor);
-    }
-}
-
 } // namespace
 
 EOLStyle GetEOLStyle(const std::string& path)
@@ -329,7 +319,25 @@ bool ReadWholeFile(const std::string& path, std::string& contents)
     }
 }
 
+bool SyncFolderOf(const std::string& path)
+{
+    const auto folder = std::filesystem::path(path).parent_path();
+    const int descriptor = ::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor < 0) {
+        return false;
+    }
+    const bool synced = ::fsync(descriptor) == 0;
+    ::close(descriptor);
+    return synced;
+}
+
 bool ReplaceFileContents(const std::string& path, const std::string& contents)
+{
+    return ReplaceFileContents(path, contents, [] { return true; });
+}
+
+bool ReplaceFileContents(const std::string& path, const std::string& contents,
+                         const std::function<bool()>& beforeRename)
 {
     const std::string target = ResolveLinks(path);
     // mkstemp creates 0600. The new file keeps the mode of the one it
@@ -344,7 +352,7 @@ bool ReplaceFileContents(const std::string& path, const std::string& contents)
     }
     const bool written = ::fchmod(descriptor, mode) == 0 && WriteAll(descriptor, contents) && ::fsync(descriptor) == 0;
     const bool closed = ::close(descriptor) == 0;
-    if (!written || !closed || ::rename(temporary.c_str(), target.c_str()) != 0) {
+    if (!written || !closed || !beforeRename() || ::rename(temporary.c_str(), target.c_str()) != 0) {
         ::unlink(temporary.c_str());
         return false;
     }

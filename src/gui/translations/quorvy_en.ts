@@ -298,6 +298,22 @@
         <translation>Could not start listening on port 67!</translation>
     </message>
     <message>
+        <source>Plik dzierżaw tego adresu jest używany przez inny działający serwer!</source>
+        <translation>The lease file of this address is in use by another running server!</translation>
+    </message>
+    <message>
+        <source>Nie można zapisywać dziennika dzierżaw (%1: %2). Serwer nadal odpowiada klientom, ale dzierżawy przyznane od tej chwili przepadną, jeśli program zakończy się bez zatrzymania serwera. Zwolnij miejsce na dysku; zapis zostanie ponowiony samoczynnie.</source>
+        <translation>The lease journal cannot be written (%1: %2). The server keeps answering clients, but leases granted from now on are lost if the program ends without the server being stopped. Free some disk space; writing is retried automatically.</translation>
+    </message>
+    <message>
+        <source>Dziennik dzierżaw był uszkodzony. Przywrócono dzierżawy zapisane przed uszkodzeniem, a uszkodzony dziennik zachowano jako %1.</source>
+        <translation>The lease journal was damaged. The leases recorded before the damage were restored, and the damaged journal was kept as %1.</translation>
+    </message>
+    <message>
+        <source>Dziennik dzierżaw nie pasuje do pliku dzierżaw obok niego, więc go nie odtworzono. Zachowano go jako %1.</source>
+        <translation>The lease journal does not continue the lease file beside it, so it was not replayed. It was kept as %1.</translation>
+    </message>
+    <message>
         <source>Nie można uruchomić serwera, ponieważ ustawienia są niepoprawne!</source>
         <translation>The server cannot be started because the settings are not valid!</translation>
     </message>
