@@ -2,7 +2,7 @@
 # Builds the libFuzzer targets (tests/fuzz/*Fuzzer.cpp: datagrams, the engine,
 # the lease file, the lease journal, the settings file) with clang (ASan +
 # UBSan) into build-fuzz/ and runs each for a bounded time: FUZZ_SECONDS
-# (default 60) for the datagram parser, a third of that for the others. A
+# (default 60) for the engine, a third of that for the others. A
 # crash fails the script.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -17,7 +17,7 @@ for fuzzer in build-fuzz/tests/fuzz/*Fuzzer; do
   [ -x "$fuzzer" ] || continue
   name=$(basename "$fuzzer")
   budget=$seconds
-  [ "$name" = "DatagramFuzzer" ] || budget=$(( seconds / 3 > 5 ? seconds / 3 : 5 ))
+  [ "$name" = "EngineFuzzer" ] || budget=$(( seconds / 3 > 5 ? seconds / 3 : 5 ))
   corpus=tests/fuzz/corpus/${name%Fuzzer}
   work=build-fuzz/corpus/${name%Fuzzer}
   mkdir -p "$work"

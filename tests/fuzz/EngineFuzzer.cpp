@@ -3,8 +3,10 @@
 // fake socket, with a clock that the input moves: the first byte says how
 // many seconds pass before the datagram arrives, so purges, offers that age
 // out and leases that expire all happen. The pool is small, so it fills and
-// "no address" comes up too. Every reply must parse again, fit 576 bytes and
-// be a BOOTREPLY; the receive thread must come back for more every time.
+// "no address" comes up too. The additional options crowd the reply area, so
+// the client's request list decides what fits. Every reply must fit 576
+// bytes, end with End, parse again and be a BOOTREPLY; the receive thread
+// must come back for more every time.
 
 #include "engine/DHCPServer.h"
 #include "allocation/AddressManager.h"
@@ -18,12 +20,38 @@
 #include "support/TestHardware.h"
 
 #include <cstdlib>
+#include <initializer_list>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace {
 
 constexpr size_t LARGEST_REPLY = 576;
+
+// `count` data bytes of value `value`, as the user enters them.
+std::string DataText(int count, int value)
+{
+    std::string text = std::to_string(value);
+    for (int i = 1; i < count; ++i) {
+        text += " " + std::to_string(value);
+    }
+    return text;
+}
+
+// More than the area holds: a code given twice (the first is sent), codes the
+// server writes itself or never writes (their data is never sent), and the
+// longest data there is.
+std::vector<RawOption> CrowdingOptions()
+{
+    std::vector<RawOption> options;
+    for (const auto& [code, count] : std::initializer_list<std::pair<const char*, int>>{
+             {"43", 200}, {"43", 3}, {"224", 254}, {"150", 100}, {"0", 4}, {"12", 5}, {"3", 4}, {"51", 4}, {"60", 1}}) {
+        options.emplace_back(code, DataText(count, count % 250));
+    }
+    return options;
+}
 
 struct Engine {
     FakeDatagramSocket::Network network;
@@ -48,6 +76,7 @@ struct Engine {
         settings.SetDNSAddress1(IPv4Address(10, 0, 0, 53));
         settings.SetDNSAddress2(IPv4Address(10, 0, 0, 54));
         settings.SetLeaseDuration(30);
+        settings.GetAdditionalOptions() = CrowdingOptions();
         // Logging stays off: the in-memory log only grows, which a run of
         // millions of inputs would turn into a memory limit, not a finding.
         settings.SetLoggingEnabled(false);
@@ -58,7 +87,7 @@ struct Engine {
 
 void CheckReply(const FakeDatagramSocket::SentDatagram& sent)
 {
-    if (sent.data.size() > LARGEST_REPLY) {
+    if (sent.data.size() > LARGEST_REPLY || sent.data.back() != MessageOptions::End) {
         abort();
     }
     const DHCPMessage reply(sent.data.data(), sent.data.size());

@@ -1,5 +1,4 @@
 #include "support/AllocationWorld.h"
-#include "support/RaisedCode.h"
 #include "support/TestHardware.h"
 
 #include "allocation/LeaseJournal.h"
@@ -229,18 +228,6 @@ TEST(LeaseJournalTest, CompactionLosesNothingWhereverACrashStopsIt)
         EXPECT_TRUE(warnings.empty());
         EXPECT_FALSE(run.KeptAside());
     }
-}
-
-TEST(LeaseJournalTest, ASecondOwnerOfTheSameLeaseFileIsRefusedUntilTheFirstFinishes)
-{
-    JournalRun run;
-    LeaseJournal first(run.leaseFile, &run.warnings);
-    first.Lock();
-    LeaseJournal second(run.leaseFile, &run.warnings);
-    EXPECT_EQ(CodeRaisedBy([&] { second.Lock(); }), AppException::LeaseFileInUse);
-    first.StopBackground();
-    first.Finish(true);
-    EXPECT_EQ(CodeRaisedBy([&] { second.Lock(); }), -1);
 }
 
 // RLIMIT_FSIZE stands for a full disk: writes fail with EFBIG (SIGXFSZ
