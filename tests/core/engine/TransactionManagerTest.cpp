@@ -54,76 +54,56 @@ TEST(TransactionManagerTest, SharedAddressesAndClientsStayUntilTheirLastTransact
     EXPECT_EQ(manager.LowestNotOffered(At(241), At(250)), At(242));
 }
 
-// A purge removes transactions older than 3 s, and runs only when a message
-// arrives (RemoveExpiredTransactions) more than 1 s after the last purge,
-// even one that found nothing.
-TEST(TransactionManagerTest, PurgeTiming)
+// A purge removes transactions more than 3 s past their last stamp (the
+// last change of the message type, or their entry), and runs only when a
+// message arrives (RemoveExpiredTransactions) more than 1 s after the last
+// purge, even one that found nothing. The age counts from the stamp wherever
+// the clock has been.
+TEST(TransactionManagerTest, PurgeTimingAndAge)
 {
     ManualClock clock(START);
     TransactionManager manager(&clock);
+    const auto purgeAt = [&](int64_t seconds) {
+        clock.Set(START + seconds);
+        manager.RemoveExpiredTransactions();
+    };
+    const auto stampAt = [&](uint32_t id, int64_t seconds) {
+        clock.Set(START + seconds);
+        manager.Transactions(id).SetLastMessageType(DHCPOFFER, manager.Now());
+    };
     manager.AddTransaction(1, Offered(240), ClientID(1));
     manager.AddTransaction(2, Offered(241), ClientID(2));
-    const struct {
-        const char* name;
-        int64_t at;
-        bool stays;
-    } steps[] = {
-        {"3 s old: the purge runs and keeps it", START + 3, true},
-        {"4 s old, 1 s since the last purge: no purge", START + 4, true},
-        {"5 s old, 2 s since the last purge: gone", START + 5, false},
-    };
-    for (const auto& [name, at, stays] : steps) {
-        clock.Set(at);
-        manager.RemoveExpiredTransactions();
-        EXPECT_EQ(manager.TransactionExists(1), stays) << name;
-    }
-    EXPECT_FALSE(manager.TransactionExistsForAddress(Offered(241)));
+    stampAt(2, 2);
+    purgeAt(3); // 1 is 3 s old: the purge runs and keeps it
+    EXPECT_TRUE(manager.TransactionExists(1));
+    purgeAt(4); // 1 s since the last purge: no purge
+    EXPECT_TRUE(manager.TransactionExists(1));
+    purgeAt(5); // 2 is 3 s past its stamp
+    EXPECT_FALSE(manager.TransactionExists(1));
+    EXPECT_FALSE(manager.TransactionExistsForAddress(Offered(240)));
+    EXPECT_TRUE(manager.TransactionExists(2));
+    purgeAt(7);
+    EXPECT_FALSE(manager.TransactionExists(2));
 
+    // The clock went back: 4 is stamped before its entry and goes on time;
+    // 3, entered "later", is younger than nothing and stays.
+    clock.Set(START + 20);
+    manager.AddTransaction(3, Offered(242), ClientID(3));
+    manager.AddTransaction(4, Offered(243), ClientID(4));
+    stampAt(4, 12);
+    purgeAt(16);
+    EXPECT_FALSE(manager.TransactionExistsForAddress(Offered(243)));
+    EXPECT_TRUE(manager.TransactionExists(3));
     // A purge that finds nothing still counts as the last one: a transaction
     // already 15 s old stays 1 s after it.
-    clock.Set(START + 18);
-    manager.RemoveExpiredTransactions();
+    purgeAt(18);
     clock.Set(START + 4);
-    manager.AddTransaction(3, Offered(242), ClientID(3));
-    clock.Set(START + 19);
-    manager.RemoveExpiredTransactions();
-    EXPECT_TRUE(manager.TransactionExists(3));
+    manager.AddTransaction(5, Offered(244), ClientID(5));
+    purgeAt(19);
+    EXPECT_TRUE(manager.TransactionExists(5));
     // Without a message nothing goes, however old.
     clock.Advance(100'000);
-    EXPECT_TRUE(manager.TransactionExists(3));
+    EXPECT_TRUE(manager.TransactionExists(3) && manager.TransactionExists(5));
     manager.RemoveExpiredTransactions();
     EXPECT_EQ(manager.GetTransactionCount(), 0u);
-}
-
-// The age counts from the last change of the message type, wherever the
-// clock has been: a transaction stamped later than it was entered outlives
-// the purge of its first second, and one stamped earlier (the clock went back
-// in between) still goes on time.
-TEST(TransactionManagerTest, AgeCountsFromTheLastStampEvenWhenTheClockWentBack)
-{
-    ManualClock clock(START);
-    TransactionManager manager(&clock);
-    manager.AddTransaction(1, Offered(240), ClientID(1));
-    clock.Set(START + 2);
-    manager.Transactions(1).SetLastMessageType(DHCPOFFER, manager.Now());
-    clock.Set(START + 4);
-    manager.RemoveExpiredTransactions(); // entered 4 s ago, stamped 2 s ago
-    EXPECT_TRUE(manager.TransactionExists(1));
-    clock.Set(START + 6);
-    manager.RemoveExpiredTransactions();
-    EXPECT_FALSE(manager.TransactionExists(1));
-
-    clock.Set(START + 20);
-    manager.AddTransaction(2, Offered(241), ClientID(2));
-    manager.AddTransaction(3, Offered(242), ClientID(3));
-    clock.Set(START + 12);
-    manager.Transactions(2).SetLastMessageType(DHCPOFFER, manager.Now());
-    clock.Set(START + 16);
-    manager.RemoveExpiredTransactions(); // 2 is 4 s old; 3 was entered "later"
-    EXPECT_FALSE(manager.TransactionExists(2));
-    EXPECT_FALSE(manager.TransactionExistsForAddress(Offered(241)));
-    EXPECT_TRUE(manager.TransactionExists(3));
-    clock.Set(START + 24);
-    manager.RemoveExpiredTransactions();
-    EXPECT_FALSE(manager.TransactionExists(3));
 }
