@@ -397,7 +397,8 @@ void LeaseJournal::Compact(std::shared_ptr<OpenFile> target, uint64_t targetId)
     const auto step = [this](CompactionStep reached) { return !proceed || proceed(reached); };
     std::string leaseFileBytes;
     std::string previousBytes;
-    bool done = step(CompactionStep::Switched) && (!Tools::FileExists(paths.leaseFile) || Tools::ReadWholeFile(paths.leaseFile, leaseFileBytes)) &&
+    bool done = step(CompactionStep::Switched) &&
+                (!Tools::FileExists(paths.leaseFile) || Tools::ReadWholeFile(paths.leaseFile, leaseFileBytes)) &&
                 Tools::ReadWholeFile(paths.previous, previousBytes);
     const auto rows = done ? LeaseJournalRecovery::Replay(leaseFileBytes, previousBytes) : std::nullopt;
     if (rows) {

@@ -28,9 +28,10 @@ class StorageWarnings;
 // Compaction. When the journal passes its size limit, the receive thread only
 // renames it to L.journal.old and starts a new L.journal that follows it
 // (slot A AfterJournal): a rename, a create and a 64-byte write, and wakes
-// the compaction thread (at a lower priority). That thread then replays L + L.journal.old into a snapshot, writes it to a
-// temporary file and syncs it, binds the new journal to it (slot B, synced),
-// renames it over L, syncs the folder and removes L.journal.old. A crash
+// the compaction thread (at a lower priority). That thread then replays
+// L + L.journal.old into a snapshot, writes it to a temporary file and syncs
+// it, binds the new journal to it (slot B, synced), renames it over L, syncs
+// the folder and removes L.journal.old. A crash
 // after any of these steps leaves files that LeaseJournalRecovery reads back
 // to the same table.
 //
