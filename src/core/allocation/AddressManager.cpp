@@ -234,10 +234,9 @@ void AddressManager::RemoveLease(const IPv4Address& address)
 
 void AddressManager::EraseLeaseLocked(const IPv4Address& address)
 {
-    if (leases.FindFirstByIPAddress(address) == LeaseTable::NOT_FOUND) {
+    if (!leases.EraseFirstByIPAddress(address)) {
         return;
     }
-    leases.EraseFirstByIPAddress(address);
     freeAddresses.Refresh(address.ToUint32(), leases, addressReservations, clock->Now());
     Journal(journal, leases, [&](LeaseJournal& target) { target.RecordErase(address); });
 }
@@ -246,10 +245,9 @@ void AddressManager::ReleaseLease(const IPv4Address& address)
 {
     const std::lock_guard lock(leasesMutex);
     const int64_t now = clock->Now();
-    if (leases.FindFirstByIPAddress(address) == LeaseTable::NOT_FOUND) {
+    if (!leases.ExpireFirstByIPAddress(address, now)) {
         return;
     }
-    leases.ExpireFirstByIPAddress(address, now);
     freeAddresses.Refresh(address.ToUint32(), leases, addressReservations, now);
     Journal(journal, leases, [&](LeaseJournal& target) { target.RecordExpire(address, now); });
 }

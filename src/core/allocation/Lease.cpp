@@ -2,6 +2,7 @@
 
 #include "foundation/AppException.h"
 #include "foundation/GroupReader.h"
+#include "foundation/LittleEndian.h"
 #include "foundation/Tools.h"
 
 #include <algorithm>
@@ -127,11 +128,6 @@ ByteString Lease::SerializeRows(const std::vector<Lease>& rows)
     // The same bytes as SerializeGroup of each row's Serialize, written
     // straight into one buffer: a stop or a start with sixty thousand leases
     // would otherwise spend most of its time on small allocations.
-    const auto put = [](uint8_t*& out, uint64_t value, size_t size) {
-        for (size_t i = 0; i < size; ++i) {
-            *out++ = static_cast<uint8_t>(value >> (8 * i));
-        }
-    };
     size_t total = 0;
     for (const Lease& lease : rows) {
         total += EMPTY_RECORD_SIZE + lease.hardwareAddress.GetLength();
@@ -140,16 +136,16 @@ ByteString Lease::SerializeRows(const std::vector<Lease>& rows)
     uint8_t* out = bytes.data();
     for (const Lease& lease : rows) {
         const uint8_t length = lease.hardwareAddress.GetLength();
-        put(out, EMPTY_RECORD_SIZE - 4 + length, 4);
-        put(out, INTEGER_ITEM_SIZE, 4);
-        put(out, static_cast<uint64_t>(int64_t{lease.startTime}), INTEGER_ITEM_SIZE);
-        put(out, INTEGER_ITEM_SIZE, 4);
-        put(out, static_cast<uint64_t>(int64_t{lease.duration}), INTEGER_ITEM_SIZE);
-        put(out, 4 + length, 4);
-        put(out, lease.hardwareAddress.GetType(), 4);
+        out = LittleEndian::Put(out, EMPTY_RECORD_SIZE - 4 + length, 4);
+        out = LittleEndian::Put(out, INTEGER_ITEM_SIZE, 4);
+        out = LittleEndian::Put(out, static_cast<uint64_t>(int64_t{lease.startTime}), INTEGER_ITEM_SIZE);
+        out = LittleEndian::Put(out, INTEGER_ITEM_SIZE, 4);
+        out = LittleEndian::Put(out, static_cast<uint64_t>(int64_t{lease.duration}), INTEGER_ITEM_SIZE);
+        out = LittleEndian::Put(out, 4 + length, 4);
+        out = LittleEndian::Put(out, lease.hardwareAddress.GetType(), 4);
         std::copy_n(lease.hardwareAddress.GetBytes(), length, out);
         out += length;
-        put(out, ADDRESS_ITEM_SIZE, 4);
+        out = LittleEndian::Put(out, ADDRESS_ITEM_SIZE, 4);
         for (int i = 0; i < 4; ++i) {
             *out++ = lease.ipAddress[i];
         }

@@ -4,6 +4,7 @@
 #include "allocation/StorageWarnings.h"
 #include "foundation/AppException.h"
 #include "foundation/Crc32c.h"
+#include "foundation/LittleEndian.h"
 #include "foundation/Tools.h"
 
 #include <fcntl.h>
@@ -21,29 +22,15 @@ namespace {
 
 using Reader = LeaseJournalReader;
 
-void Put32(uint8_t* out, uint32_t value)
-{
-    for (int i = 0; i < 4; ++i) {
-        out[i] = static_cast<uint8_t>(value >> (8 * i));
-    }
-}
-
-void Put64(uint8_t* out, uint64_t value)
-{
-    Put32(out, static_cast<uint32_t>(value));
-    Put32(out + 4, static_cast<uint32_t>(value >> 32));
-}
-
 // Room for the largest record.
 using RecordBuffer = uint8_t[Reader::RECORD_HEADER_SIZE + Reader::MAX_PAYLOAD];
 
 // Fills in the record header of the payload already at out + 7.
 size_t SealRecord(Reader::RecordType type, size_t length, uint8_t* out)
 {
-    out[4] = static_cast<uint8_t>(length);
-    out[5] = static_cast<uint8_t>(length >> 8);
+    LittleEndian::Put(out + 4, length, 2);
     out[6] = static_cast<uint8_t>(type);
-    Put32(out, Crc32c::Compute(out + 4, 3 + length));
+    LittleEndian::Put(out, Crc32c::Compute(out + 4, 3 + length), 4);
     return Reader::RECORD_HEADER_SIZE + length;
 }
 
@@ -52,12 +39,12 @@ size_t EncodeLease(Reader::RecordType type, const Lease& lease, uint8_t* out)
     uint8_t* payload = out + Reader::RECORD_HEADER_SIZE;
     const HardwareAddress& client = lease.GetHardwareAddress();
     const IPv4Address address = lease.GetIPAddress();
-    Put32(payload, static_cast<uint32_t>(lease.GetStartTime()));
-    Put32(payload + 4, static_cast<uint32_t>(lease.GetDuration()));
+    LittleEndian::Put(payload, static_cast<uint32_t>(lease.GetStartTime()), 4);
+    LittleEndian::Put(payload + 4, static_cast<uint32_t>(lease.GetDuration()), 4);
     for (int i = 0; i < 4; ++i) {
         payload[8 + i] = address[i];
     }
-    Put32(payload + 12, client.GetType());
+    LittleEndian::Put(payload + 12, client.GetType(), 4);
     payload[16] = client.GetLength();
     std::memcpy(payload + 17, client.GetBytes(), client.GetLength());
     return SealRecord(type, 17u + client.GetLength(), out);
@@ -210,7 +197,7 @@ void LeaseJournal::RecordErase(const IPv4Address& address)
 void LeaseJournal::RecordExpire(const IPv4Address& address, int64_t moment)
 {
     RecordBuffer record;
-    Put64(record + Reader::RECORD_HEADER_SIZE + 4, static_cast<uint64_t>(moment));
+    LittleEndian::Put(record + Reader::RECORD_HEADER_SIZE + 4, static_cast<uint64_t>(moment), 8);
     for (int i = 0; i < 4; ++i) {
         record[Reader::RECORD_HEADER_SIZE + i] = address[i];
     }
@@ -509,10 +496,10 @@ std::string LeaseJournal::Slot(Reader::BaseKind kind, uint64_t id, uint64_t valu
 {
     uint8_t slot[Reader::SLOT_SIZE] = {};
     slot[4] = static_cast<uint8_t>(kind);
-    Put64(slot + 8, id);
-    Put64(slot + 16, value);
-    Put32(slot + 24, crc);
-    Put32(slot, Crc32c::Compute(slot + 4, Reader::SLOT_SIZE - 4));
+    LittleEndian::Put(slot + 8, id, 8);
+    LittleEndian::Put(slot + 16, value, 8);
+    LittleEndian::Put(slot + 24, crc, 4);
+    LittleEndian::Put(slot, Crc32c::Compute(slot + 4, Reader::SLOT_SIZE - 4), 4);
     return std::string(reinterpret_cast<const char*>(slot), sizeof slot);
 }
 

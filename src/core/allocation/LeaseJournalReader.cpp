@@ -2,21 +2,12 @@
 
 #include "foundation/Crc32c.h"
 #include "foundation/HardwareAddress.h"
+#include "foundation/LittleEndian.h"
 
 #include <algorithm>
 #include <cstring>
 
 namespace {
-
-uint32_t Read32(const uint8_t* data)
-{
-    return uint32_t(data[0]) | uint32_t(data[1]) << 8 | uint32_t(data[2]) << 16 | uint32_t(data[3]) << 24;
-}
-
-uint64_t Read64(const uint8_t* data)
-{
-    return uint64_t(Read32(data)) | uint64_t(Read32(data + 4)) << 32;
-}
 
 constexpr size_t ADD_FIXED_PAYLOAD = 17; // before the hardware address bytes
 
@@ -78,15 +69,15 @@ LeaseJournalReader::Slot LeaseJournalReader::ReadSlot(const uint8_t* slot)
     Slot result;
     const auto kind = static_cast<BaseKind>(slot[4]);
     const bool known = kind == BaseKind::LeaseFile || kind == BaseKind::AfterJournal || kind == BaseKind::Standalone;
-    if (!known || Read32(slot) != Crc32c::Compute(slot + 4, SLOT_SIZE - 4)) {
+    if (!known || LittleEndian::Get32(slot) != Crc32c::Compute(slot + 4, SLOT_SIZE - 4)) {
         return result;
     }
     result.kind = kind;
-    result.journalId = Read64(slot + 8);
+    result.journalId = LittleEndian::Get64(slot + 8);
     if (kind == BaseKind::LeaseFile) {
-        result.leaseFile = FileState{Read64(slot + 16), Read32(slot + 24)};
+        result.leaseFile = FileState{LittleEndian::Get64(slot + 16), LittleEndian::Get32(slot + 24)};
     } else if (kind == BaseKind::AfterJournal) {
-        result.previousJournalId = Read64(slot + 16);
+        result.previousJournalId = LittleEndian::Get64(slot + 16);
     }
     return result;
 }
@@ -96,12 +87,12 @@ size_t LeaseJournalReader::ReadRecord(const uint8_t* data, size_t size, Record& 
     if (size < RECORD_HEADER_SIZE) {
         return 0;
     }
-    const size_t length = size_t(data[4]) | size_t(data[5]) << 8;
+    const size_t length = LittleEndian::Get(data + 4, 2);
     if (length > MAX_PAYLOAD || RECORD_HEADER_SIZE + length > size) {
         return 0;
     }
     // The checksum covers the length and the type as well as the payload.
-    if (Read32(data) != Crc32c::Compute(data + 4, 3 + length)) {
+    if (LittleEndian::Get32(data) != Crc32c::Compute(data + 4, 3 + length)) {
         return 0;
     }
     const auto type = static_cast<RecordType>(data[6]);
@@ -124,8 +115,8 @@ bool LeaseJournalReader::DecodePayload(RecordType type, const uint8_t* payload, 
         std::memcpy(hardware + 4, payload + ADD_FIXED_PAYLOAD, payload[16]);
         HardwareAddress client;
         client.Unserialize(hardware, 4 + size_t(payload[16]));
-        const auto startTime = static_cast<int32_t>(Read32(payload));
-        const auto duration = static_cast<int32_t>(Read32(payload + 4));
+        const auto startTime = static_cast<int32_t>(LittleEndian::Get32(payload));
+        const auto duration = static_cast<int32_t>(LittleEndian::Get32(payload + 4));
         record.lease = Lease(client, IPv4Address(payload[8], payload[9], payload[10], payload[11]), duration, startTime);
         return true;
     }
@@ -137,7 +128,7 @@ bool LeaseJournalReader::DecodePayload(RecordType type, const uint8_t* payload, 
             return false;
         }
         record.address = IPv4Address(payload[0], payload[1], payload[2], payload[3]);
-        record.moment = static_cast<int64_t>(Read64(payload + 4));
+        record.moment = static_cast<int64_t>(LittleEndian::Get64(payload + 4));
         return true;
     case RecordType::Clear:
         return length == 0;

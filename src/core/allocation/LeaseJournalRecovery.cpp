@@ -17,8 +17,18 @@ struct JournalFile {
     const std::string* path = nullptr;
     bool present = false;
     Reader::Contents contents;
-
 };
+
+const uint8_t* BytesOf(const std::string& text)
+{
+    return reinterpret_cast<const uint8_t*>(text.data());
+}
+
+// Raises FileReadingError for bytes that are no lease file.
+std::vector<Lease> RowsOf(const std::string& leaseFileBytes)
+{
+    return Lease::UnserializeRows(BytesOf(leaseFileBytes), leaseFileBytes.size());
+}
 
 JournalFile ReadJournal(const std::string& path)
 {
@@ -29,7 +39,7 @@ JournalFile ReadJournal(const std::string& path)
         return file;
     }
     file.present = true;
-    file.contents = Reader::Read(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+    file.contents = Reader::Read(BytesOf(bytes), bytes.size());
     return file;
 }
 
@@ -40,7 +50,7 @@ bool HasSlotB(const Reader::Contents& journal, const Reader::FileState& state)
 
 Reader::FileState StateOf(const std::string& bytes)
 {
-    return Reader::FileState::Of(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+    return Reader::FileState::Of(BytesOf(bytes), bytes.size());
 }
 
 } // namespace
@@ -74,15 +84,13 @@ void LeaseJournalRecovery::Redo(const Reader::Contents& journal, LeaseReplayTabl
 std::optional<std::vector<Lease>> LeaseJournalRecovery::Replay(const std::string& leaseFileBytes,
                                                                 const std::string& journalBytes)
 {
-    const Reader::Contents journal =
-        Reader::Read(reinterpret_cast<const uint8_t*>(journalBytes.data()), journalBytes.size());
+    const Reader::Contents journal = Reader::Read(BytesOf(journalBytes), journalBytes.size());
     if (!Continues(journal, StateOf(leaseFileBytes)) || journal.ending == Reader::Ending::Damaged) {
         return std::nullopt;
     }
     LeaseReplayTable table;
     try {
-        table.Assign(Lease::UnserializeRows(reinterpret_cast<const uint8_t*>(leaseFileBytes.data()),
-                                            leaseFileBytes.size()));
+        table.Assign(RowsOf(leaseFileBytes));
     } catch (const AppException&) {
         return std::nullopt;
     }
@@ -104,8 +112,7 @@ LeaseJournalRecovery::Result LeaseJournalRecovery::Run(const Paths& paths, Stora
     const Reader::FileState state = StateOf(result.leaseFileBytes);
     LeaseReplayTable table;
     try {
-        table.Assign(Lease::UnserializeRows(reinterpret_cast<const uint8_t*>(result.leaseFileBytes.data()),
-                                            result.leaseFileBytes.size()));
+        table.Assign(RowsOf(result.leaseFileBytes));
     } catch (const AppException&) {
         // A lease file nobody can decode is no base for any journal: they
         // are kept for a person to look at.

@@ -64,12 +64,6 @@ int LeaseTable::FindFirstByHardwareAddress(const HardwareAddress& hardwareAddres
     return entry == rowsByHardwareAddress.end() ? NOT_FOUND : static_cast<int>(PositionOf(entry->second.Front()));
 }
 
-int LeaseTable::FindFirstByIPAddress(const IPv4Address& address) const
-{
-    const auto entry = rowsByIPAddress.find(address.ToUint32());
-    return entry == rowsByIPAddress.end() ? NOT_FOUND : static_cast<int>(PositionOf(entry->second.Front()));
-}
-
 bool LeaseTable::HasActiveLease(const IPv4Address& address, int64_t now) const
 {
     const auto entry = rowsByIPAddress.find(address.ToUint32());
@@ -121,13 +115,13 @@ void LeaseTable::Reserve(size_t rows)
     rowsByHardwareAddress.reserve(rows);
 }
 
-void LeaseTable::EraseFirstByIPAddress(const IPv4Address& address)
+bool LeaseTable::EraseFirstByIPAddress(const IPv4Address& address)
 {
-    ++version;
     const auto entry = rowsByIPAddress.find(address.ToUint32());
     if (entry == rowsByIPAddress.end()) {
-        return;
+        return false;
     }
+    ++version;
     const Serial serial = entry->second.Front();
     const size_t slot = SlotOf(serial);
     UnindexRow(rowsBySlot[slot], serial);
@@ -135,16 +129,19 @@ void LeaseTable::EraseFirstByIPAddress(const IPv4Address& address)
     liveSlots.Add(slot, -1);
     --liveRows;
     CompactIfSparse();
+    return true;
 }
 
-void LeaseTable::ExpireFirstByIPAddress(const IPv4Address& address, int64_t now)
+bool LeaseTable::ExpireFirstByIPAddress(const IPv4Address& address, int64_t now)
 {
-    ++version;
     const auto entry = rowsByIPAddress.find(address.ToUint32());
-    if (entry != rowsByIPAddress.end()) {
-        // Expire changes neither key, so the indexes stay as they are.
-        rowsBySlot[SlotOf(entry->second.Front())].Expire(now);
+    if (entry == rowsByIPAddress.end()) {
+        return false;
     }
+    ++version;
+    // Expire changes neither key, so the indexes stay as they are.
+    rowsBySlot[SlotOf(entry->second.Front())].Expire(now);
+    return true;
 }
 
 void LeaseTable::Assign(std::vector<Lease> newRows)

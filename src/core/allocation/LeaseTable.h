@@ -41,8 +41,6 @@ public:
 
     // Position of the first row of this client, or NOT_FOUND.
     int FindFirstByHardwareAddress(const HardwareAddress& hardwareAddress) const;
-    // Position of the first row with this address, or NOT_FOUND.
-    int FindFirstByIPAddress(const IPv4Address& address) const;
     // Some row with this address has not expired at `now`.
     bool HasActiveLease(const IPv4Address& address, int64_t now) const;
     // The first second after `now` at which HasActiveLease for this address
@@ -65,10 +63,11 @@ public:
     // whole table, and it would fall on one unlucky lease.
     void Reserve(size_t rows);
     // Erases the first row with this address and closes the gap; nothing
-    // when there is none.
-    void EraseFirstByIPAddress(const IPv4Address& address);
-    // Ends the lease of the first row with this address, if any.
-    void ExpireFirstByIPAddress(const IPv4Address& address, int64_t now);
+    // when there is none. Returns whether there was one.
+    bool EraseFirstByIPAddress(const IPv4Address& address);
+    // Ends the lease of the first row with this address, if any. Returns
+    // whether there was one.
+    bool ExpireFirstByIPAddress(const IPv4Address& address, int64_t now);
     // Replaces every row by `newRows`, in their order.
     void Assign(std::vector<Lease> newRows);
 

@@ -1,5 +1,7 @@
 #include "foundation/Crc32c.h"
 
+#include "foundation/LittleEndian.h"
+
 #include <array>
 
 namespace {
@@ -39,8 +41,7 @@ uint32_t Crc32c::Extend(uint32_t crc, const uint8_t* data, size_t size)
     // Eight bytes a step: a lease file of 60,000 leases is checked in a few
     // milliseconds at start-up.
     while (size >= SLICES) {
-        const uint32_t low = state ^ (uint32_t(data[0]) | uint32_t(data[1]) << 8 | uint32_t(data[2]) << 16 |
-                                      uint32_t(data[3]) << 24);
+        const uint32_t low = state ^ LittleEndian::Get32(data);
         state = TABLES[7][low & 0xFF] ^ TABLES[6][(low >> 8) & 0xFF] ^ TABLES[5][(low >> 16) & 0xFF] ^
                 TABLES[4][low >> 24] ^ TABLES[3][data[4]] ^ TABLES[2][data[5]] ^ TABLES[1][data[6]] ^
                 TABLES[0][data[7]];

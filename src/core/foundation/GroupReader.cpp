@@ -1,6 +1,7 @@
 #include "foundation/GroupReader.h"
 
 #include "foundation/AppException.h"
+#include "foundation/LittleEndian.h"
 
 bool GroupReader::Next(const uint8_t*& item, size_t& itemSize)
 {
@@ -8,10 +9,7 @@ bool GroupReader::Next(const uint8_t*& item, size_t& itemSize)
         if (size - position < 4) {
             throw AppException(AppException::FileReadingError);
         }
-        uint32_t recordSize = 0;
-        for (int i = 3; i >= 0; --i) {
-            recordSize = (recordSize << 8) | data[position + static_cast<size_t>(i)];
-        }
+        const uint32_t recordSize = LittleEndian::Get32(data + position);
         position += 4;
         if (recordSize > size - position) {
             throw AppException(AppException::FileReadingError);

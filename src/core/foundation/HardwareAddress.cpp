@@ -1,6 +1,7 @@
 #include "foundation/HardwareAddress.h"
 
 #include "foundation/AppException.h"
+#include "foundation/LittleEndian.h"
 #include "foundation/Precondition.h"
 
 #include <algorithm>
@@ -97,9 +98,9 @@ ByteString HardwareAddress::Serialize() const
 {
     ByteString data;
     data.reserve(4 + length);
-    for (int i = 0; i < 4; ++i) {
-        data.push_back(static_cast<uint8_t>(type >> (8 * i)));
-    }
+    uint8_t typeBytes[4];
+    LittleEndian::Put(typeBytes, type, 4);
+    data.insert(data.end(), typeBytes, typeBytes + 4);
     data.insert(data.end(), bytes.begin(), bytes.begin() + length);
     return data;
 }

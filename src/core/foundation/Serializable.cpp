@@ -1,6 +1,7 @@
 #include "foundation/Serializable.h"
 
 #include "foundation/GroupReader.h"
+#include "foundation/LittleEndian.h"
 #include "foundation/Precondition.h"
 
 #include <limits>
@@ -16,10 +17,9 @@ ByteString Serializable::SerializeGroup(const std::vector<ByteString>& items)
     ByteString group;
     group.reserve(total);
     for (const ByteString& item : items) {
-        const auto size = static_cast<uint32_t>(item.size());
-        for (int i = 0; i < 4; ++i) {
-            group.push_back(static_cast<uint8_t>(size >> (8 * i)));
-        }
+        uint8_t size[4];
+        LittleEndian::Put(size, item.size(), 4);
+        group.insert(group.end(), size, size + 4);
         group.insert(group.end(), item.begin(), item.end());
     }
     return group;

@@ -1,6 +1,7 @@
 #include "foundation/Tools.h"
 
 #include "foundation/AppException.h"
+#include "foundation/LittleEndian.h"
 #include "foundation/Precondition.h"
 
 #include <algorithm>
@@ -92,22 +93,15 @@ bool IsPowerOfTwo(uint32_t value)
 
 ByteString Int64ToBytes(int64_t value)
 {
-    const auto bits = static_cast<uint64_t>(value);
     ByteString bytes(8);
-    for (int i = 0; i < 8; ++i) {
-        bytes[i] = static_cast<uint8_t>(bits >> (8 * i));
-    }
+    LittleEndian::Put(bytes.data(), static_cast<uint64_t>(value), 8);
     return bytes;
 }
 
 int64_t BytesToInt64(const ByteString& serializedData)
 {
     PRECONDITION(serializedData.size() == 8);
-    uint64_t bits = 0;
-    for (int i = 7; i >= 0; --i) {
-        bits = (bits << 8) | serializedData[i];
-    }
-    return static_cast<int64_t>(bits);
+    return static_cast<int64_t>(LittleEndian::Get64(serializedData.data()));
 }
 
 bool ParameterExists(int argumentCount, const char* const* arguments, const std::string& parameter)

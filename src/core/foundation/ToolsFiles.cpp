@@ -114,7 +114,6 @@ std::string ResolveLinks(const std::string& path)
     return error ? path : target.string();
 }
 
-// Makes a completed rename durable; a failure only weakens that guarantee.
 } // namespace
 
 EOLStyle GetEOLStyle(const std::string& path)
